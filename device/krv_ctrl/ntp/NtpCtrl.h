@@ -1,0 +1,49 @@
+// The NTP controller: settings with range-checked setters, one synchronisation
+// on demand, and the worker thread that synchronises periodically.
+#pragma once
+
+#include <pthread.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <QString>
+
+#include "ntpCfgParam.h"
+
+struct hostent;
+
+class NtpCtrl : public ntpCfgParam {
+public:
+    // Reads the settings file at `cfgPath` and starts the worker.
+    explicit NtpCtrl(const QString& cfgPath);
+    // Stops and joins the worker.
+    ~NtpCtrl();
+    NtpCtrl(const NtpCtrl&) = delete;
+    NtpCtrl& operator=(const NtpCtrl&) = delete;
+
+    ntpCfgParam getParam();
+    // 0 accepted, -4 out of range.
+    int enableNtp(int value);
+    int setNtpMode(int value);
+    int setNtpFreq(int value);
+    // Replaces the four servers and rewrites the file when any differs; 0.
+    int setNtpServers(const QString servers[4]);
+    // Sets one server (index 0..3) and rewrites the file when it differs; 0.
+    int setNtpServer(int index, const QString& server);
+
+    // One synchronisation now: 0 done or NTP off, -10 failure.
+    int execNtp();
+
+    static bool isIp(QString const& text);
+    bool pingNetWork(bool serversAreAddresses);
+    struct hostent* getHostByName(const std::vector<QString>& servers);
+
+    static void* ThreadOfExecNtp(void* arg);
+
+    QString m_cfgPath;
+    pthread_t m_thread;
+    volatile unsigned char m_running;
+    std::mutex m_mutex;
+};
