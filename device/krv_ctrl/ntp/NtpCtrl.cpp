@@ -27,8 +27,10 @@ int setChecked(NtpCtrl& ctrl, int& field, int value, bool inRange) {
 
 NtpCtrl::NtpCtrl(const QString& cfgPath) : m_cfgPath(cfgPath), m_thread(0), m_running(1) {
     readCfg(m_cfgPath);
-    // The worker only polls; a panel without it still answers every command.
-    pthread_create(&m_thread, nullptr, &NtpCtrl::ThreadOfExecNtp, this);
+    // A panel without the worker still answers every command, so a failed start is not an
+    // error; the handle is cleared so that the destructor joins nothing.
+    if (pthread_create(&m_thread, nullptr, &NtpCtrl::ThreadOfExecNtp, this) != 0)
+        m_thread = 0;
 }
 
 NtpCtrl::~NtpCtrl() {

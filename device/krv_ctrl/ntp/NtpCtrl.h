@@ -30,7 +30,8 @@ public:
     int setNtpFreq(int value);
     // Replaces the four servers and rewrites the file when any differs; 0.
     int setNtpServers(const QString servers[4]);
-    // Sets one server (index 0..3) and rewrites the file when it differs; 0.
+    // Sets one server (index 0..3) and rewrites the file when it differs; 0, or -4 for
+    // another index.
     int setNtpServer(int index, const QString& server);
 
     // One synchronisation now: 0 done or NTP off, -10 failure.
