@@ -43,15 +43,10 @@ struct tm lastSet() {
         return t;
     sscanf(rtc.back().text.c_str(), "hal_set_rtc_time(%d-%d-%d %d:%d:%d)", &t.tm_year, &t.tm_mon,
            &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec);
-    EXPECT_EQ(QString("date [-s] [%1-%2-%3 %4:%5:%6]")
-                  .arg(t.tm_year)
-                  .arg(t.tm_mon)
-                  .arg(t.tm_mday)
-                  .arg(t.tm_hour)
-                  .arg(t.tm_min)
-                  .arg(t.tm_sec)
-                  .toStdString(),
-              krv_test::shimCalls().back());
+    char date[64];
+    snprintf(date, sizeof date, "date [-s] [%d-%d-%d %d:%d:%d]", t.tm_year, t.tm_mon, t.tm_mday,
+             t.tm_hour, t.tm_min, t.tm_sec);
+    EXPECT_EQ(date, krv_test::shimCalls().back());
     t.tm_year -= 1900;
     t.tm_mon -= 1;
     return t;
