@@ -1,0 +1,103 @@
+#!/bin/sh
+# Started by panel-sandbox as root of the fresh user namespace (pid 1 of the new pid namespace):
+#   inner.sh SANDBOX_DIR CASE IFACES CWD NBINDS BIND... -- CMD [ARGS...]
+# Builds the panel's root file system from the host's system directories and the case, pivots
+# into it, sets up the network and runs CMD. This shell stays pid 1 and waits: pid 1 ignores
+# default-action signals and must reap orphans, which CMD should not have to care about.
+set -e
+HERE=$1 CASE=$2 IFACES=$3 CWD=$4 NBINDS=$5
+shift 5
+BINDS=
+while [ "$NBINDS" -gt 0 ]; do
+    BINDS="$BINDS
+$1"
+    shift
+    NBINDS=$((NBINDS - 1))
+done
+[ "$1" = -- ] && shift
+
+mount --make-rprivate /
+# Scratch space for the new root; hiding the host's /mnt only inside this mount namespace.
+mount -t tmpfs -o mode=755 sbx /mnt
+R=/mnt/root
+mkdir $R
+mount -t tmpfs -o mode=755 root $R
+
+# Only the system's own directories are shown, read-only; the host's other trees stay out of sight.
+for n in proc sys dev tmp run etc usr; do mkdir -p $R/$n; done
+for n in bin sbin lib lib32 lib64 libx32 var opt srv; do
+    p=/$n
+    if [ -L "$p" ]; then
+        ln -s "$(readlink "$p")" $R/$n
+    elif [ -d "$p" ]; then
+        mkdir $R/$n
+        mount --rbind "$p" $R/$n
+        mount -o remount,bind,ro $R/$n
+    fi
+done
+
+# /etc and /usr: the case skeleton over the host's, writes going to the case's upper dirs, so
+# that files such as /etc/resolv.conf are plain files that rename() can replace.
+for d in etc usr; do
+    mkdir -p "$CASE/root/$d" "$CASE/up/$d" "$CASE/up/.work-$d"
+    mount -t overlay panel-$d \
+        -o "lowerdir=$CASE/root/$d:/$d,upperdir=$CASE/up/$d,workdir=$CASE/up/.work-$d,userxattr" $R/$d
+done
+# The panel has no time zone configured unless the case (or a test) provides one.
+for f in localtime timezone; do
+    if [ ! -e "$CASE/root/etc/$f" ] && [ ! -e "$CASE/up/etc/$f" ] && [ ! -L "$CASE/up/etc/$f" ]; then
+        rm -f $R/etc/$f
+    fi
+done
+# Other skeleton top-level directories (storage/, ...) are the panel's own, writable.
+for p in "$CASE"/root/*; do
+    n=${p##*/}
+    [ -d "$p" ] && [ ! -e "$R/$n" ] || continue
+    mkdir $R/$n
+    mount --bind "$p" $R/$n
+done
+
+mount -t tmpfs -o mode=1777 tmp $R/tmp
+mount -t tmpfs -o mode=755 run $R/run
+mount --rbind /dev $R/dev
+mount -t tmpfs -o mode=1777 shm $R/dev/shm
+mount -t proc proc $R/proc
+mount -t sysfs sys $R/sys 2>/dev/null || true
+for f in stat meminfo; do
+    [ -f "$CASE/proc/$f" ] && mount --bind "$CASE/proc/$f" $R/proc/$f
+done
+
+# Recording shims over date and dmesg; the real programs stay reachable for them.
+mkdir $R/.sbx-real
+for n in date dmesg; do
+    cp /usr/bin/$n $R/.sbx-real/$n
+    shim=$HERE/recording-shim
+    [ -f "$CASE/shims/$n" ] && shim=$CASE/shims/$n
+    mount --bind "$shim" $R/usr/bin/$n
+done
+
+mkdir -p $R/run/krv
+cp "$HERE/panel-net" $R/run/krv/panel-net
+mkdir $R/sbx
+mount --bind "$CASE" $R/sbx
+echo "$BINDS" | while IFS= read -r b; do
+    [ -n "$b" ] || continue
+    mkdir -p "$R$b"
+    mount --rbind "$b" "$R$b"
+done
+
+cd $R
+mkdir .old
+pivot_root . .old
+umount -l /.old
+rmdir /.old
+cd /
+hostname panel 2>/dev/null || true
+
+/run/krv/panel-net init "$IFACES"
+
+cd "$CWD" 2>/dev/null || cd /
+export KRV_IN_SANDBOX=1
+set +e
+"$@"
+exit $?
