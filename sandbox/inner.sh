@@ -24,31 +24,36 @@ mkdir $R
 mount -t tmpfs -o mode=755 root $R
 
 # Only the system's own directories are shown, read-only; the host's other trees stay out of sight.
-for n in proc sys dev tmp run etc usr; do mkdir -p $R/$n; done
+links= dirs=
 for n in bin sbin lib lib32 lib64 libx32 var opt srv; do
-    p=/$n
-    if [ -L "$p" ]; then
-        ln -s "$(readlink "$p")" $R/$n
-    elif [ -d "$p" ]; then
-        mkdir $R/$n
-        mount --rbind "$p" $R/$n
-        mount -o remount,bind,ro $R/$n
+    if [ -L /$n ]; then
+        links="$links /$n"
+    elif [ -d /$n ]; then
+        dirs="$dirs $n"
     fi
+done
+[ -z "$links" ] || cp -P $links $R/
+mkdir $R/proc $R/sys $R/dev $R/tmp $R/run $R/etc $R/usr $R/sbx $R/.sbx-real $R/.old \
+    $(for n in $dirs; do echo $R/$n; done)
+for n in $dirs; do
+    mount --rbind /$n $R/$n
+    mount -o remount,bind,ro $R/$n
 done
 
 # /etc and /usr: the case skeleton over the host's, writes going to the case's upper dirs, so
 # that files such as /etc/resolv.conf are plain files that rename() can replace.
 for d in etc usr; do
-    mkdir -p "$CASE/root/$d" "$CASE/up/$d" "$CASE/up/.work-$d"
     mount -t overlay panel-$d \
         -o "lowerdir=$CASE/root/$d:/$d,upperdir=$CASE/up/$d,workdir=$CASE/up/.work-$d,userxattr" $R/$d
 done
 # The panel has no time zone configured unless the case (or a test) provides one.
+hide=
 for f in localtime timezone; do
     if [ ! -e "$CASE/root/etc/$f" ] && [ ! -e "$CASE/up/etc/$f" ] && [ ! -L "$CASE/up/etc/$f" ]; then
-        rm -f $R/etc/$f
+        hide="$hide $R/etc/$f"
     fi
 done
+[ -z "$hide" ] || rm -f $hide
 # Other skeleton top-level directories (storage/, ...) are the panel's own, writable.
 for p in "$CASE"/root/*; do
     n=${p##*/}
@@ -68,17 +73,15 @@ for f in stat meminfo; do
 done
 
 # Recording shims over date and dmesg; the real programs stay reachable for them.
-mkdir $R/.sbx-real
+cp /usr/bin/date /usr/bin/dmesg $R/.sbx-real/
 for n in date dmesg; do
-    cp /usr/bin/$n $R/.sbx-real/$n
     shim=$HERE/recording-shim
     [ -f "$CASE/shims/$n" ] && shim=$CASE/shims/$n
     mount --bind "$shim" $R/usr/bin/$n
 done
 
-mkdir -p $R/run/krv
+mkdir $R/run/krv
 cp "$HERE/panel-net" $R/run/krv/panel-net
-mkdir $R/sbx
 mount --bind "$CASE" $R/sbx
 echo "$BINDS" | while IFS= read -r b; do
     [ -n "$b" ] || continue
@@ -87,7 +90,6 @@ echo "$BINDS" | while IFS= read -r b; do
 done
 
 cd $R
-mkdir .old
 pivot_root . .old
 umount -l /.old
 rmdir /.old
@@ -98,6 +100,9 @@ hostname panel 2>/dev/null || true
 
 cd "$CWD" 2>/dev/null || cd /
 export KRV_IN_SANDBOX=1
+# The host's home and runtime dirs are not part of the panel.
+[ -d "${HOME:-/nonexistent}" ] || export HOME=/tmp
+unset XDG_RUNTIME_DIR
 set +e
 "$@"
 exit $?
