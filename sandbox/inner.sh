@@ -33,19 +33,35 @@ for n in bin sbin lib lib32 lib64 libx32 var opt srv; do
     fi
 done
 [ -z "$links" ] || cp -P $links $R/
-mkdir $R/proc $R/sys $R/dev $R/tmp $R/run $R/etc $R/usr $R/sbx $R/.sbx-real $R/.old \
+mkdir $R/proc $R/sys $R/dev $R/tmp $R/run $R/etc $R/usr $R/mnt $R/sbx $R/.sbx-real $R/.old \
     $(for n in $dirs; do echo $R/$n; done)
 for n in $dirs; do
     mount --rbind /$n $R/$n
     mount -o remount,bind,ro $R/$n
 done
 
+# Recording shims for date and dmesg sit in a layer of their own between the case's /usr and the
+# host's, so that nothing is mounted over /usr (that would stop a sandbox nesting its own).
+# The real programs stay reachable for the shims; a nested sandbox takes them from its parent's.
+SHIMS=/mnt/shims
+mkdir -p $SHIMS/bin
+for n in date dmesg; do
+    real=/usr/bin/$n
+    [ -x /.sbx-real/$n ] && real=/.sbx-real/$n
+    shim=$HERE/recording-shim
+    [ -f "$CASE/shims/$n" ] && shim=$CASE/shims/$n
+    cp "$real" $R/.sbx-real/$n
+    cp "$shim" $SHIMS/bin/$n
+done
+chmod 755 $SHIMS/bin/*
+
 # /etc and /usr: the case skeleton over the host's, writes going to the case's upper dirs, so
 # that files such as /etc/resolv.conf are plain files that rename() can replace.
-for d in etc usr; do
-    mount -t overlay panel-$d \
-        -o "lowerdir=$CASE/root/$d:/$d,upperdir=$CASE/up/$d,workdir=$CASE/up/.work-$d,userxattr" $R/$d
-done
+mount -t overlay panel-etc \
+    -o "lowerdir=$CASE/root/etc:/etc,upperdir=$CASE/up/etc,workdir=$CASE/up/.work-etc,userxattr" $R/etc
+mount -t overlay panel-usr \
+    -o "lowerdir=$CASE/root/usr:$SHIMS:/usr,upperdir=$CASE/up/usr,workdir=$CASE/up/.work-usr,userxattr" \
+    $R/usr
 # The panel has no time zone configured unless the case (or a test) provides one.
 hide=
 for f in localtime timezone; do
@@ -70,14 +86,6 @@ mount -t proc proc $R/proc
 mount -t sysfs sys $R/sys 2>/dev/null || true
 for f in stat meminfo; do
     [ -f "$CASE/proc/$f" ] && mount --bind "$CASE/proc/$f" $R/proc/$f
-done
-
-# Recording shims over date and dmesg; the real programs stay reachable for them.
-cp /usr/bin/date /usr/bin/dmesg $R/.sbx-real/
-for n in date dmesg; do
-    shim=$HERE/recording-shim
-    [ -f "$CASE/shims/$n" ] && shim=$CASE/shims/$n
-    mount --bind "$shim" $R/usr/bin/$n
 done
 
 mkdir $R/run/krv
