@@ -21,8 +21,8 @@
 #include <sstream>
 #include <thread>
 
-// Named on the test executables' link line (--undefined) so that the guard above the tests is
-// linked in even into a test that uses none of these helpers.
+// Named on the test executables' link line (--undefined) so that the sandbox guard below is linked
+// into every test, even one that uses none of these helpers.
 extern "C" const int krv_test_sandbox_guard = 1;
 
 namespace krv_test {
