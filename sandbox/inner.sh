@@ -1,19 +1,14 @@
-#!/bin/sh
+#!/bin/bash
 # Started by panel-sandbox as root of the fresh user namespace (pid 1 of the new pid namespace):
-#   inner.sh SANDBOX_DIR CASE IFACES CWD NBINDS BIND... -- CMD [ARGS...]
+#   inner.sh SANDBOX_DIR CASE IFACES CWD NBINDS [SOURCE TARGET]... -- CMD [ARGS...]
 # Builds the panel's root file system from the host's system directories and the case, pivots
 # into it, sets up the network and runs CMD. This shell stays pid 1 and waits: pid 1 ignores
 # default-action signals and must reap orphans, which CMD should not have to care about.
 set -e
 HERE=$1 CASE=$2 IFACES=$3 CWD=$4 NBINDS=$5
 shift 5
-BINDS=
-while [ "$NBINDS" -gt 0 ]; do
-    BINDS="$BINDS
-$1"
-    shift
-    NBINDS=$((NBINDS - 1))
-done
+BINDS=("${@:1:2*NBINDS}")
+shift $((2 * NBINDS))
 [ "$1" = -- ] && shift
 
 mount --make-rprivate /
@@ -91,10 +86,9 @@ done
 mkdir $R/run/krv
 cp "$HERE/panel-net" $R/run/krv/panel-net
 mount --bind "$CASE" $R/sbx
-echo "$BINDS" | while IFS= read -r b; do
-    [ -n "$b" ] || continue
-    mkdir -p "$R$b"
-    mount --rbind "$b" "$R$b"
+for ((i = 0; i < ${#BINDS[@]}; i += 2)); do
+    mkdir -p "$R${BINDS[i + 1]}"
+    mount --rbind "${BINDS[i]}" "$R${BINDS[i + 1]}"
 done
 
 cd $R
