@@ -60,10 +60,10 @@ extern "C" int logger_printf(int module, const char* function, const char* file,
         log.message = sim::detail::vformat(format, args);
         va_end(args);
     }
-    std::string line_text = sim::detail::format("[%d] %s: %s (%s:%d)", level, log.title.c_str(),
-                                                log.message.c_str(), log.file.c_str(), line);
-    print(level, line_text);
-    sim::detail::recordLog(std::move(log), std::move(line_text));
+    std::string lineText = sim::detail::format("[%d] %s: %s (%s:%d)", level, log.title.c_str(),
+                                               log.message.c_str(), log.file.c_str(), line);
+    print(level, lineText);
+    sim::detail::recordLog(std::move(log), std::move(lineText));
     return 0;
 }
 

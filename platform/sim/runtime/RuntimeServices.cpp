@@ -11,18 +11,18 @@
 
 namespace {
 
+std::map<int, std::string> defaultDirectories() {
+    return {{1, "/usr/wexa_app/config"}, {2, "/usr/wexa_app"}};
+}
+
 struct Directories {
     std::mutex mutex;
-    std::map<int, std::string> byKind;
+    std::map<int, std::string> byKind = defaultDirectories();
 };
 
 Directories& directories() {
     static Directories* dirs = new Directories;
     return *dirs;
-}
-
-void setDefaultDirectories(std::map<int, std::string>& byKind) {
-    byKind = {{1, "/usr/wexa_app/config"}, {2, "/usr/wexa_app"}};
 }
 
 std::atomic<long long> tickOffset{0};
@@ -32,8 +32,6 @@ std::atomic<long long> tickOffset{0};
 CString Wexa_GetDirectory(int kind) {
     Directories& d = directories();
     std::lock_guard<std::mutex> lock(d.mutex);
-    if (d.byKind.empty())
-        setDefaultDirectories(d.byKind);
     auto it = d.byKind.find(kind);
     return it == d.byKind.end() ? CString() : CString(it->second.c_str());
 }
@@ -53,15 +51,13 @@ namespace sim {
 void setDirectory(int kind, const std::string& path) {
     Directories& d = directories();
     std::lock_guard<std::mutex> lock(d.mutex);
-    if (d.byKind.empty())
-        setDefaultDirectories(d.byKind);
     d.byKind[kind] = path;
 }
 
 void resetDirectories() {
     Directories& d = directories();
     std::lock_guard<std::mutex> lock(d.mutex);
-    setDefaultDirectories(d.byKind);
+    d.byKind = defaultDirectories();
 }
 
 void advanceTicks(long long milliseconds) {
