@@ -74,6 +74,11 @@ int main(int argc, char** argv) {
         return reexecInSandbox(argv);
     }
 
+    // The sandbox keeps the host safe; this makes sure a REBOOT() only reaches the journal.
+    if (!sim::rebootIsInterposed()) {
+        std::cerr << "krv-sim: reboot() is not the simulated runtime's; not loading the driver\n";
+        return 3;
+    }
     // Errors of the driver's log on stderr; its information records would drown the output.
     sim::setLogOutput("", 1);
     host::Runtime runtime(driverPath);
