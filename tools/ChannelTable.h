@@ -20,14 +20,14 @@ inline constexpr ChannelInfo kChannelTable[] = {
     {"IP address 1", DATATYPE_STRING},
     {"Subnet mask 1", DATATYPE_STRING},
     {"Buzzer on/off", DATATYPE_INT},
-    {"Buzzer duration (ms)", DATATYPE_INT},
+    {"Buzzer duration (ms)", DATATYPE_DOUBLE},
     {"Backlight on/off", DATATYPE_INT},
-    {"Backlight time-out (s)", DATATYPE_INT},
-    {"Beep (write only)", DATATYPE_INT},
+    {"Backlight time-out (s)", DATATYPE_DOUBLE},
+    {"Beep (write only)", DATATYPE_DOUBLE},
     {"IP address 2", DATATYPE_STRING},
     {"Subnet mask 2", DATATYPE_STRING},
     {"CPU load", DATATYPE_DOUBLE},
-    {"Free memory (MiB)", DATATYPE_DOUBLE},
+    {"Free memory (MiB)", DATATYPE_INT},
     {"NTP enabled", DATATYPE_INT},
     {"NTP mode", DATATYPE_INT},
     {"NTP period (h)", DATATYPE_INT},
@@ -40,7 +40,8 @@ inline constexpr ChannelInfo kChannelTable[] = {
 
 inline constexpr int kChannelCount = static_cast<int>(std::size(kChannelTable));
 
-// Types of runtime channels 0..kChannelCount-2, as the project defines them.
+// Types of runtime channels 0..kChannelCount-2, as a project defines them: the driver's own
+// write types, so the simulator sends what a typical project would.
 inline std::vector<DATATYPE> runtimeChannelTypes() {
     std::vector<DATATYPE> types;
     for (int i = 1; i < kChannelCount; ++i) {
