@@ -1,0 +1,129 @@
+// Text commands as a project sends them, through the runtime host and the loaded driver.
+#include <dlfcn.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "host/Runtime.h"
+#include "sim/SimPanel.h"
+
+namespace {
+bool inSandbox() {
+    return getenv("KRV_IN_SANDBOX") != nullptr;
+}
+
+class Dispatch : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!inSandbox())
+            GTEST_SKIP() << "needs the panel sandbox";
+        if (getenv("KRV_REBOOT_CHILD"))
+            GTEST_SKIP();
+        sim::reset();
+        ASSERT_TRUE(rt.ok()) << rt.error();
+        ASSERT_EQ(rt.start(), 0);
+        rt.database().defineInt("St", -1);
+        rt.database().defineText("Txt", "abcdef");
+        sim::clearJournal();
+    }
+    int status() { return rt.database().variable("St")->intValue; }
+    host::Runtime rt{KRV_DRIVER_PATH};
+};
+}  // namespace
+
+TEST_F(Dispatch, KeywordsAsUsersTypeThem) {
+    struct Case {
+        const char* command;
+        const char* lcdCall;  // null: the HAL is not asked
+    };
+    const Case cases[] = {
+        {"backlightoff()", "hal_set_lcd_status(1)"},
+        {"  BacklightOn  (x)", "hal_set_lcd_status(0)"},
+        {"BACKLIGHTOFF", nullptr},
+        {"BACKLIGHTOFF(", nullptr},
+        {"BACKLIGHTOFF)(", nullptr},
+        {"BACK LIGHTOFF()", nullptr},
+    };
+    for (const Case& c : cases) {
+        sim::clearJournal();
+        EXPECT_EQ(rt.device().command(c.command), 0) << c.command;
+        const auto lcd = sim::journal("lcd");
+        ASSERT_EQ(lcd.size(), c.lcdCall ? 1u : 0u) << c.command;
+        if (c.lcdCall)
+            EXPECT_EQ(lcd[0].text, c.lcdCall);
+    }
+    sim::setLcdResult(-1);
+    EXPECT_EQ(rt.device().command("BACKLIGHTON()"), 9);
+}
+
+TEST_F(Dispatch, ResultCodesReachTheCaller) {
+    struct Case {
+        const char* command;
+        int result;
+        int status;  // -1: the variable stays untouched
+    };
+    const Case cases[] = {
+        {"ModVncPwd(a,b,c)", 5, -1},
+        {"ModVncPwd(abc,St)", 4, 4},       // password of bad length
+        {"ModVncPwd(Txt,St)", 0, 0},       // read through a text variable
+        {"ModVncPwd(St)", 4, -1},          // a numeric variable cannot give a text
+        {"ModVncPwd(abcdef,Txt)", 4, -1},  // a text variable cannot take the status
+        {"SetNTPServer(a,b,c)", 5, -1},
+        {"SetNTPServer(St,b,c,d,St)", 4, 4},
+        {"SetNTPServer(a,b,c,d,St)", 0, 0},
+        {"ExecNTP(Txt)", 4, -1},
+        {"reflesh()", 0, -1},
+    };
+    for (const Case& c : cases) {
+        rt.database().defineInt("St", -1);
+        EXPECT_EQ(rt.device().command(c.command), c.result) << c.command;
+        EXPECT_EQ(status(), c.status) << c.command;
+    }
+    const auto logs = sim::logRecords();
+    ASSERT_FALSE(logs.empty());
+    const sim::LogRecord& r = logs.back();
+    EXPECT_EQ(r.function + r.file + std::to_string(r.line) + std::to_string(r.level) + r.title +
+                  r.message,
+              "mfDevIOCtrldevice/krv_ctrl/DevBas5444mfDevIOCtrl beginstrOrder = REFLESH");
+}
+
+TEST_F(Dispatch, RebootIsJournaledBySimulatedRuntime) {
+    ASSERT_TRUE(sim::rebootIsInterposed());
+    EXPECT_EQ(rt.device().command("REBOOT(now)"), 0);
+    ASSERT_EQ(sim::journal("reboot").size(), 1u);
+    EXPECT_EQ(sim::journal("reboot")[0].text, "reboot(0x1234567)");
+}
+
+// The driver unmodified, with the C library's reboot: only ever as init of a nested pid
+// namespace inside the sandbox, where the kernel answers with SIGHUP to that init.
+TEST(RebootUnmodified, EndsNestedPidNamespace) {
+    if (!inSandbox())
+        GTEST_SKIP() << "needs the panel sandbox";
+    if (getenv("KRV_REBOOT_CHILD")) {
+        if (getpid() != 1 || sim::rebootIsInterposed())
+            _exit(3);
+        host::Runtime rt{KRV_DRIVER_PATH};
+        if (!rt.ok() || rt.start() != 0)
+            _exit(4);
+        rt.device().command("REBOOT()");
+        _exit(5);  // the restart returned
+    }
+    Dl_info libc{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&::getpid), &libc), 0);
+    const std::string preload = std::string("LD_PRELOAD=") + libc.dli_fname;
+    char self[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    pid_t pid = fork();
+    if (pid == 0) {
+        execlp("unshare", "unshare", "--pid", "--fork", "env", preload.c_str(),
+               "KRV_REBOOT_CHILD=1", self, "--gtest_filter=RebootUnmodified.*",
+               static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    int ws = 0;
+    ASSERT_EQ(waitpid(pid, &ws, 0), pid);
+    const int code = WIFSIGNALED(ws) ? 128 + WTERMSIG(ws) : WEXITSTATUS(ws);
+    EXPECT_EQ(code, 128 + SIGHUP);
+}
