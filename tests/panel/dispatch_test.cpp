@@ -8,19 +8,16 @@
 
 #include <gtest/gtest.h>
 
+#include "Sandbox.h"
 #include "host/Runtime.h"
 #include "sim/SimPanel.h"
 
 namespace {
-bool inSandbox() {
-    return getenv("KRV_IN_SANDBOX") != nullptr;
-}
-
 class Dispatch : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!inSandbox() || getenv("KRV_REBOOT_CHILD"))
-            GTEST_SKIP() << "needs the panel sandbox";
+        if (getenv("KRV_REBOOT_CHILD"))
+            GTEST_SKIP();
         sim::reset();
         ASSERT_TRUE(rt.ok()) << rt.error();
         ASSERT_EQ(rt.start(), 0);
@@ -93,8 +90,7 @@ TEST_F(Dispatch, RebootIsJournaledBySimulatedRuntime) {
 // runtime): only ever as init of a nested pid namespace inside the sandbox, where the kernel
 // answers the restart with SIGHUP to that init.
 TEST(RebootUnmodified, EndsNestedPidNamespace) {
-    if (!inSandbox())
-        GTEST_SKIP() << "needs the panel sandbox";
+    ASSERT_TRUE(krv_test::inSandbox());  // never outside it
     if (getenv("KRV_REBOOT_CHILD")) {
         if (getpid() != 1 || sim::rebootIsInterposed())
             _exit(3);

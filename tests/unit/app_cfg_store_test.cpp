@@ -5,22 +5,16 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "AppCfgStore.h"
 #include "IniOperator.h"
+#include "Sandbox.h"
 #include "sim/SimPanel.h"
 
 namespace {
-std::string slurp(const std::string& path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
-}
-
 QString stored(const char* key) {
     QString v;
     IniOperator::FileIniReadValue(AppCfgStore().filePath(), "DEVICE", key, v, "<none>");
@@ -36,11 +30,7 @@ bool eventually(Ready ready) {
 }
 
 class Store : public ::testing::Test {
-    void SetUp() override {
-        if (!getenv("KRV_IN_SANDBOX"))
-            GTEST_SKIP() << "needs the panel sandbox";
-        sim::reset();
-    }
+    void SetUp() override { sim::reset(); }
 };
 }  // namespace
 
@@ -107,7 +97,7 @@ TEST_F(Store, WritesAreValidatedStoredAndAnnouncedInOrder) {
     // The directory is asked for on every access; an empty one falls back.
     sim::setDirectory(1, "/tmp");
     EXPECT_EQ(AppCfgStore().writeSetting(DEV_CHL_BACKLIGHT_SWITCH, 0), 0);
-    EXPECT_EQ(slurp("/tmp/wexa_app_conf.ini"), "[DEVICE]\nbacklight_status=0\n");
+    EXPECT_EQ(krv_test::readFile("/tmp/wexa_app_conf.ini"), "[DEVICE]\nbacklight_status=0\n");
     sim::setDirectory(1, "");
     EXPECT_EQ(AppCfgStore().filePath(), "/usr/wexa_app/config/wexa_app_conf.ini");
 }
@@ -120,7 +110,8 @@ TEST_F(Store, WriteWaitsForAnotherProcessHoldingTheLock) {
     int result = 1;
     std::thread writer([&] { result = AppCfgStore().writeSetting(DEV_CHL_BUZZ_DURATION, 1234); });
     // A blocked flock shows in /proc/locks as a "->" waiter line.
-    EXPECT_TRUE(eventually([] { return slurp("/proc/locks").find("->") != std::string::npos; }));
+    EXPECT_TRUE(eventually(
+        [] { return krv_test::readFile("/proc/locks").find("->") != std::string::npos; }));
     EXPECT_EQ(stored("buzz_duration"), before);
     pclose(holder);
     writer.join();
@@ -163,7 +154,7 @@ TEST_F(Store, LockSerialisesWritersAcrossProcesses) {
         wait(&status);
         EXPECT_EQ(status, 0);
     }
-    EXPECT_EQ(slurp("/tmp/counter"), std::to_string(kChildren * kRounds));
+    EXPECT_EQ(krv_test::readFile("/tmp/counter"), std::to_string(kChildren * kRounds));
     EXPECT_EQ(stored("buzz_duration"), "4321");
     EXPECT_EQ(stored("backlight_status"), "0");
     EXPECT_EQ(stored("backlight_duration"), "20000");
