@@ -4,6 +4,14 @@
 #include <cstring>
 #include <new>
 
+namespace {
+
+uint16_t littleEndian16(const unsigned char* bytes) {
+    return static_cast<uint16_t>(bytes[0] | (bytes[1] << 8));
+}
+
+}  // namespace
+
 COwnerArchive::COwnerArchive() : m_nPosition(0), m_mode(ARCHIVE_STORE) {}
 
 COwnerArchive::~COwnerArchive() = default;
@@ -66,7 +74,7 @@ void COwnerArchive::mfCheckBuffer(int n) {
 uint16_t COwnerArchive::SvrReadWord() {
     unsigned char bytes[2] = {0, 0};
     SvrRead(bytes, sizeof bytes);
-    return static_cast<uint16_t>(bytes[0] | (bytes[1] << 8));
+    return littleEndian16(bytes);
 }
 
 int32_t COwnerArchive::SvrReadInt32() {
@@ -84,10 +92,9 @@ void COwnerArchive::SvrWriteWord(uint16_t value) {
     SvrWrite(bytes, sizeof bytes);
 }
 
-uint16_t COwnerArchive::SvrPeekWord() {
-    const int saved = m_nPosition;
-    m_nPosition = 0;
-    const uint16_t word = SvrReadWord();
-    m_nPosition = saved;
-    return word;
+uint16_t COwnerArchive::SvrPeekWord() const {
+    // Read in place: a peek neither moves the position nor switches the mode.
+    if (m_buffer.GetSize() < 2)
+        return 0;
+    return littleEndian16(m_buffer.GetData());
 }

@@ -35,8 +35,8 @@ public:
     int32_t SvrReadInt32();
     void SvrWriteWord(uint16_t value);
 
-    // The first 16-bit word of the buffer, the position left as it was.
-    uint16_t SvrPeekWord();
+    // The first 16-bit word of the buffer (0 when shorter), read in place.
+    uint16_t SvrPeekWord() const;
 
     int GetPosition() const { return m_nPosition; }
     void SetPosition(int position) { m_nPosition = position; }
