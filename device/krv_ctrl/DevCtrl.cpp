@@ -146,7 +146,7 @@ int CDevCtrl::doInitDevice(const unsigned char* cfg, int len) {
     if (len == 0 || cfg == nullptr)
         return DEVCTRL_BAD_ARGUMENT;
 
-    // Without an archive nothing is built; not having one is not an error.
+    // An archive that cannot be allocated leaves everything as it was.
     COwnerArchive* created = new (std::nothrow) COwnerArchive;
     if (created == nullptr)
         return DEVCTRL_OK;

@@ -17,36 +17,32 @@ struct Variable {
     std::string s;
 };
 
-// A database with named variables and a record of every write.
+// A database with named variables that counts its writes.
 class FakeRtdb : public IRtdb {
 public:
     std::map<std::string, Variable> vars;
     int writes = 0;
 
-    int GetValueType(const char* name, DATATYPE* type) override {
-        auto it = vars.find(name);
-        if (it == vars.end())
-            return -1;
-        *type = it->second.type;
-        return 0;
+    int GetValueType(const char* n, DATATYPE* o) override {
+        return at(n, [&](Variable& v) { *o = v.type; });
     }
-    int GetIntValue(const char* name, int* v) override {
-        return get(name, [&](Variable& x) { *v = x.i; });
+    int GetIntValue(const char* n, int* o) override {
+        return at(n, [&](Variable& v) { *o = v.i; });
     }
-    int GetDoubleValue(const char* name, double* v) override {
-        return get(name, [&](Variable& x) { *v = x.d; });
+    int GetDoubleValue(const char* n, double* o) override {
+        return at(n, [&](Variable& v) { *o = v.d; });
     }
-    int GetStringValue(const char* name, std::string* v) override {
-        return get(name, [&](Variable& x) { *v = x.s; });
+    int GetStringValue(const char* n, std::string* o) override {
+        return at(n, [&](Variable& v) { *o = v.s; });
     }
-    int SetIntValue(const char* name, int v) override {
-        return get(name, [&](Variable& x) { x.i = v, ++writes; });
+    int SetIntValue(const char* n, int x) override {
+        return at(n, [&](Variable& v) { v.i = x, ++writes; });
     }
-    int SetDoubleValue(const char* name, double v) override {
-        return get(name, [&](Variable& x) { x.d = v, ++writes; });
+    int SetDoubleValue(const char* n, double x) override {
+        return at(n, [&](Variable& v) { v.d = x, ++writes; });
     }
-    int SetStringValue(const char* name, std::string* v) override {
-        return get(name, [&](Variable& x) { x.s = *v, ++writes; });
+    int SetStringValue(const char* n, std::string* x) override {
+        return at(n, [&](Variable& v) { v.s = *x, ++writes; });
     }
     int GetChannelType(int, DATATYPE*) override { return -1; }
     int Reserved8() override { return 0; }
@@ -58,12 +54,9 @@ public:
 
 private:
     template <class Fn>
-    int get(const char* name, Fn fn) {
-        auto it = vars.find(name);
-        if (it == vars.end())
-            return -1;
-        fn(it->second);
-        return 0;
+    int at(const char* n, Fn fn) {
+        auto it = vars.find(n);
+        return it == vars.end() ? -1 : (fn(it->second), 0);
     }
 };
 
