@@ -1,0 +1,30 @@
+#include "DevBas.h"
+
+#include "OwnerArchive.h"
+#include "devliunxsys.h"
+#include "ntp/NtpCtrl.h"
+
+IRtdb* CDevBas::m_pRtdb = nullptr;
+
+CDevBas::CDevBas() = default;
+
+// The NTP worker goes first: it must be joined before anything it might reach
+// disappears.
+CDevBas::~CDevBas() {
+    delete m_pNtpCtrl;
+    m_pNtpCtrl = nullptr;
+    delete m_pDevManger;
+    m_pDevManger = nullptr;
+}
+
+int CDevBas::mfDeserializeFromOld(WEXA_DATA& data) {
+    if (data.pArchive == nullptr)
+        return 0;
+    COwnerArchive& archive = *data.pArchive;
+    const int count = archive.SvrReadInt32();
+    // A negative count cannot size anything: it stands for an empty array.
+    m_params.SetSize(count > 0 ? count : 0);
+    for (int i = 0; i < m_params.GetSize(); ++i)
+        m_params[i] = archive.SvrReadInt32();
+    return 0;
+}
