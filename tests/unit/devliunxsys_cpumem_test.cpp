@@ -25,7 +25,6 @@ int FreeAvailableMiB() {
 }  // namespace
 
 TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
-    FakeProcFile stat("/proc/stat", "");
     const std::pair<std::string, double> steps[] = {
         {Stat(200, 800), 0.2},     // first call: since boot
         {Stat(574, 1426), 0.37},   // use 0.374
@@ -37,7 +36,8 @@ TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
         {Stat(50, 150), 0.25},     // measured from the zero sample
     };
     for (const auto& [line, use] : steps) {
-        stat.Set(line);
+        krv_test::BoundFile stat("/proc/stat", line);
+        ASSERT_TRUE(stat.ok());
         EXPECT_EQ(mgr.DevOpear(data, "GetCpuUse(10)"), 0);
         EXPECT_DOUBLE_EQ(bas.m_cpuUse, use) << line;
     }
@@ -59,7 +59,8 @@ TEST_F(SysOpsTest, MemoryFromMeminfo) {
         {old, -1, -1},
     };
     for (const auto& c : cases) {
-        FakeProcFile meminfo("/proc/meminfo", c.meminfo);
+        krv_test::BoundFile meminfo("/proc/meminfo", c.meminfo);
+        ASSERT_TRUE(meminfo.ok());
         bas.m_memUse = -1;
         EXPECT_EQ(mgr.DevOpear(data, "GetMemUse()"), c.result);
         EXPECT_EQ(bas.m_memUse, -1);

@@ -1,16 +1,13 @@
-// A device record whose variables live in a small table, the six handlers, and fake /proc
-// files bound over the real ones.
+// A device record whose variables live in a small table, and a manager with the six handlers.
 #pragma once
 
-#include <sys/mount.h>
-
-#include <fstream>
 #include <map>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "DevBas.h"
+#include "Sandbox.h"
 #include "devliunxsys.h"
 
 struct SysVar {
@@ -68,28 +65,4 @@ protected:
     CDevBas bas;
     WEXA_DATA data{};
     DevManger mgr;
-};
-
-inline void WriteFile(const std::string& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
-
-// Our file bound over a /proc file while the object lives; Set rewrites it in place.
-class FakeProcFile {
-public:
-    FakeProcFile(const std::string& proc, const std::string& content)
-        : m_proc(proc), m_file("/tmp/fake_" + proc.substr(proc.rfind('/') + 1)) {
-        Set(content);
-        m_bound = mount(m_file.c_str(), m_proc.c_str(), nullptr, MS_BIND, nullptr) == 0;
-        EXPECT_TRUE(m_bound) << m_proc;
-    }
-    ~FakeProcFile() {
-        if (m_bound)
-            umount(m_proc.c_str());
-    }
-    void Set(const std::string& content) { WriteFile(m_file, content); }
-
-private:
-    std::string m_proc, m_file;
-    bool m_bound = false;
 };

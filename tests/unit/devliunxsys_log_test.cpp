@@ -35,9 +35,9 @@ TEST_F(SysOpsTest, StoredLogTails) {
         {"ReadAppLog(1,1,txt,st)", "", "", ""},  // missing file
     };
     for (const auto& c : cases) {
-        unlink("/storage/log/dmesg.log");
+        krv_test::removeFile("/storage/log/dmesg.log");
         if (!c.file.empty())
-            WriteFile("/storage/log/" + c.file + ".log", c.content);
+            krv_test::writeFile("/storage/log/" + c.file + ".log", c.content);
         g_vars["mode"] = {DATATYPE_INT, 2, ""};
         g_vars["txt"].text = "old";
         g_vars["st"].num = 7;
@@ -49,26 +49,26 @@ TEST_F(SysOpsTest, StoredLogTails) {
 
 TEST_F(SysOpsTest, KernelLogCapture) {
     const std::string kernel = Lines(5000);
-    WriteFile("/sbx/fake_dmesg.txt", kernel);
+    krv_test::writeFile("/sbx/fake_dmesg.txt", kernel);
     // A link planted at the capture name must not redirect the capture.
-    WriteFile("/tmp/victim", "keep");
+    krv_test::writeFile("/tmp/victim", "keep");
     ASSERT_EQ(symlink("/tmp/victim", "/tmp/dmesg.log"), 0);
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), 0);
     EXPECT_TRUE(g_vars["txt"].text == kernel.substr(5000 - 4096));
     EXPECT_EQ(g_vars["st"].num, 0);
-    EXPECT_EQ(std::ifstream("/tmp/victim").get(), 'k');
-    EXPECT_NE(access("/tmp/dmesg.log", F_OK), 0);
+    EXPECT_EQ(krv_test::readFile("/tmp/victim"), "keep");
+    EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
 
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,-1,txt,st)"), -4);
     EXPECT_EQ(g_vars["st"].num, 4);
-    EXPECT_NE(access("/tmp/dmesg.log", F_OK), 0);
+    EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
 
-    WriteFile("/sbx/dmesg_fail", "");
+    krv_test::writeFile("/sbx/dmesg_fail", "");
     g_vars["st"].num = 7;
     g_vars["txt"].text = "old";
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), -3);
     EXPECT_EQ(g_vars["st"].num, 7);
     EXPECT_EQ(g_vars["txt"].text, "old");
-    EXPECT_NE(access("/tmp/dmesg.log", F_OK), 0);
-    unlink("/sbx/dmesg_fail");
+    EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
+    krv_test::removeFile("/sbx/dmesg_fail");
 }
