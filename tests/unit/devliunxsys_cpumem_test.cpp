@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "devliunxsys_fixture.h"
+#include "sim/SimPanel.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ int FreeAvailableMiB() {
 }  // namespace
 
 TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
+    sim::clearJournal();
     const std::pair<std::string, double> steps[] = {
         {Stat(200, 800), 0.2},     // first call: since boot
         {Stat(574, 1426), 0.37},   // use 0.374
@@ -41,6 +43,12 @@ TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
         EXPECT_EQ(mgr.DevOpear(data, "GetCpuUse(10)"), 0);
         EXPECT_DOUBLE_EQ(bas.m_cpuUse, use) << line;
     }
+    int errors = 0;  // unchanged, backwards, malformed
+    for (const sim::LogRecord& r : sim::logRecords()) {
+        errors += r.module == 3 && r.file == "device/krv_ctrl/devliunxsys" && r.level == 1 &&
+                  r.title == "CPUUSE DevOpear calc error";
+    }
+    EXPECT_EQ(errors, 3);
     bas.m_cpuUse = -1;
     EXPECT_EQ(mgr.DevOpear(data, "GetCpuUse()"), 0);
     EXPECT_EQ(bas.m_cpuUse, -1);  // computed, not stored
