@@ -1,5 +1,5 @@
 // The built driver as the runtime sees it: exports, slot codes, array sizing as
-// visible in channel pushes, life cycle.
+// visible in channel pushes, channel writes as commands, life cycle.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -121,4 +121,32 @@ TEST_F(DeviceEntry, ArraySizingSeenInPushes) {
     EXPECT_EQ(dev.collect(std::vector<int>(9, 3)), 0);
     EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
     EXPECT_EQ(rt.communication().serviceCalls().size(), 4u);
+}
+
+// A write of any value type reaches the dispatcher as a channel write, which
+// makes the next poll refresh and push every channel; a write without a value
+// type is an empty command and does not.
+TEST_F(DeviceEntry, ChannelWritesReachTheDispatcherAsWrites) {
+    ASSERT_EQ(rt.start(), 0);
+    const std::vector<int> idle(19, 0);
+    ASSERT_EQ(dev.collect(idle), 0);
+    int one = 1;
+    double oneAndHalf = 1.5;
+    char text[] = "1";
+    struct Case {
+        DATATYPE type;
+        void* value;
+        bool refreshed;
+    };
+    const Case cases[] = {{DATATYPE_INT, &one, true},
+                          {DATATYPE_DOUBLE, &oneAndHalf, true},
+                          {DATATYPE_STRING, text, true},
+                          {static_cast<DATATYPE>(7), &one, false}};
+    for (const Case& c : cases) {
+        rt.database().resetPushes();
+        EXPECT_EQ(dev.write(4, c.type, c.value), 0) << c.type;
+        EXPECT_EQ(dev.collect(idle), 0);
+        EXPECT_EQ(rt.database().totalPushes() > 0, c.refreshed) << c.type;
+    }
+    EXPECT_EQ(rt.communication().serviceCalls().size(), 9u);
 }
