@@ -1,0 +1,152 @@
+// The built driver as the runtime sees it: exports, slot codes, array sizing as
+// visible in channel pushes, channel writes as commands, life cycle.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "host/Runtime.h"
+
+namespace {
+
+// Pushed channels, by 0-based runtime index.
+std::vector<int> pushedChannels(const host::Database& db) {
+    std::vector<int> pushed;
+    for (const auto& entry : db.channels()) {
+        if (entry.second.pushes > 0)
+            pushed.push_back(entry.first);
+    }
+    return pushed;
+}
+
+class DeviceEntry : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(rt.ok()) << rt.error();
+        rt.database().defineChannels(std::vector<DATATYPE>(20, DATATYPE_DOUBLE));
+    }
+    host::Runtime rt{KRV_DRIVER_PATH, "KRVdev"};
+    host::Device& dev = rt.device();
+};
+
+// Another driver's object: DestroyDeviceCtrl must leave it alone.
+class Foreign : public IDeviceCtrl {
+public:
+    bool* deleted;
+    explicit Foreign(bool* flag) : deleted(flag) {}
+    ~Foreign() override { *deleted = true; }
+    int InitDevice(const unsigned char*, int) override { return 0; }
+    int CleanupDevice() override { return 0; }
+    int CollectDevData(const int*, int) override { return 0; }
+    int DevIOCtrl(const char*) override { return 0; }
+    int WriteChannel(int, DATATYPE, void*) override { return 0; }
+    int UpdataCommunication(ICommunication*) override { return 0; }
+    int ChannelRefChange(const int*, int) override { return 0; }
+    int SetChannelAddress(int, int) override { return 0; }
+};
+
+}  // namespace
+
+TEST_F(DeviceEntry, ExportsAndArgumentCodes) {
+    const host::DriverLibrary& lib = rt.library();
+    EXPECT_EQ(lib.destroyFunction()(nullptr), 1);
+    bool deleted = false;
+    Foreign foreign(&deleted);
+    EXPECT_EQ(lib.destroyFunction()(&foreign), 0);
+    EXPECT_FALSE(deleted);
+
+    const int flags[3] = {3, 3, 3};
+    int value = 1;
+    EXPECT_EQ(dev.init(nullptr, 4), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.init(host::defaultBlob().data(), 0), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.collect(nullptr, 3), 0);
+    EXPECT_EQ(dev.collect(flags, 0), 0);
+    EXPECT_EQ(dev.command(nullptr), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.write(-1, DATATYPE_INT, &value), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.write(0, DATATYPE_INT, nullptr), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.updateCommunication(nullptr), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.channelRefChange(nullptr, 3), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.channelRefChange(flags, 0), DEVCTRL_BAD_ARGUMENT);
+    EXPECT_EQ(dev.channelRefChange(flags, 3), 0);
+    EXPECT_EQ(dev.setChannelAddress(1, 2), 0);
+    EXPECT_EQ(rt.database().totalPushes(), 0);
+
+    for (const int state : {1, 2, 7}) {
+        host::Communication comm(state);
+        EXPECT_EQ(dev.updateCommunication(&comm), state == 7 ? DEVCTRL_BAD_ARGUMENT : 0);
+        EXPECT_EQ(comm.stateQueries(), 1);
+    }
+}
+
+TEST_F(DeviceEntry, LifeCycleAndBlobForms) {
+    const std::vector<std::vector<unsigned char>> blobs = {host::oldFormBlob({5, 200}),
+                                                           host::versionedBlob({7}),
+                                                           host::versionedBlob({7}, 20001),
+                                                           {0x01, 0x00}};
+    for (const auto& blob : blobs) {
+        EXPECT_EQ(rt.start(blob), 0);
+        EXPECT_EQ(dev.init(host::defaultBlob()), 0);  // second init changes nothing
+        EXPECT_EQ(dev.cleanup(), 0);
+        EXPECT_EQ(dev.cleanup(), 0);
+    }
+}
+
+TEST(DeviceEntryNoDatabase, CollectWithoutDatabaseSizesThenFails) {
+    host::DriverLibrary lib(KRV_DRIVER_PATH);
+    ASSERT_TRUE(lib.loaded()) << lib.error();
+    host::Device dev(lib, "nodb", nullptr);
+    host::Communication comm(1);
+    ASSERT_EQ(dev.updateCommunication(&comm), 0);
+    ASSERT_EQ(dev.init(host::defaultBlob()), 0);
+    EXPECT_EQ(dev.collect({3, 3, 3}), -3);
+    EXPECT_EQ(comm.serviceCalls(), std::vector<std::string>{"nodb"});
+}
+
+TEST_F(DeviceEntry, ArraySizingSeenInPushes) {
+    ASSERT_EQ(rt.start(), 0);
+    // The first poll refreshes and pushes every entry: ten entries for 3 channels.
+    EXPECT_EQ(dev.collect({0, 0, 0}), 0);
+    EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    // Entries beyond the flags keep their status from the refresh.
+    rt.database().resetPushes();
+    EXPECT_EQ(dev.collect({0, 3, 0}), 0);
+    EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{1, 3, 4, 5, 6, 7, 8}));
+    // Twelve channels: thirteen entries.
+    rt.database().resetPushes();
+    EXPECT_EQ(dev.collect(std::vector<int>(12, 3)), 0);
+    EXPECT_EQ(pushedChannels(rt.database()),
+              (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
+    // Nine after twelve: cut back to ten entries.
+    rt.database().resetPushes();
+    EXPECT_EQ(dev.collect(std::vector<int>(9, 3)), 0);
+    EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(rt.communication().serviceCalls().size(), 4u);
+}
+
+// A write of any value type reaches the dispatcher as a channel write, which
+// makes the next poll refresh and push every channel; a write without a value
+// type is an empty command and does not.
+TEST_F(DeviceEntry, ChannelWritesReachTheDispatcherAsWrites) {
+    ASSERT_EQ(rt.start(), 0);
+    const std::vector<int> idle(19, 0);
+    ASSERT_EQ(dev.collect(idle), 0);
+    int one = 1;
+    double oneAndHalf = 1.5;
+    char text[] = "1";
+    struct Case {
+        DATATYPE type;
+        void* value;
+        bool refreshed;
+    };
+    const Case cases[] = {{DATATYPE_INT, &one, true},
+                          {DATATYPE_DOUBLE, &oneAndHalf, true},
+                          {DATATYPE_STRING, text, true},
+                          {static_cast<DATATYPE>(7), &one, false}};
+    for (const Case& c : cases) {
+        rt.database().resetPushes();
+        EXPECT_EQ(dev.write(4, c.type, c.value), 0) << c.type;
+        EXPECT_EQ(dev.collect(idle), 0);
+        EXPECT_EQ(rt.database().totalPushes() > 0, c.refreshed) << c.type;
+    }
+    EXPECT_EQ(rt.communication().serviceCalls().size(), 9u);
+}
