@@ -5,6 +5,7 @@
 #include <string>
 
 #include "DevBas.h"
+#include "DevConst.h"
 #include "DevServer.h"
 #include "Logger.h"
 #include "NtpCtrl.h"
@@ -14,14 +15,6 @@
 std::mutex g_halMutex;
 
 namespace {
-const char* const DEV_STR_WEXAWRITE = "WEXA_WRITE";
-const char* const DEV_STR_BLON = "BACKLIGHTON";
-const char* const DEV_STR_BLOFF = "BACKLIGHTOFF";
-const char* const DEV_STR_REFLESH = "REFLESH";
-const char* const DEV_STR_REBOOT = "REBOOT";
-const char* const DEV_MOD_VNC_PWD = "ModVncPwd";
-const char* const NTP_CTRL_CMD[5] = {"EnableNTP", "SetNTPMode", "SetNTPFreq", "SetNTPServer",
-                                     "ExecNTP"};
 enum { NTP_CMD_SET_SERVER = 3, NTP_CMD_EXEC = 4, NTP_CMD_COUNT = 5 };
 
 constexpr int kArraySize = 20;
