@@ -110,6 +110,8 @@ void Simulator::printHelp(std::ostream& out) {
            "                         reboot), or forget it\n"
            "  help                   this text\n"
            "  quit                   leave (end of input does the same)\n"
+           "The panel's LAN has an NTP server at 10.0.0.1 (ntp.panel.test), e.g.:\n"
+           "  SetNTPServer(10.0.0.1,ntp.panel.test,,)  EnableNTP(1)  var int st  ExecNTP(st)\n"
            "Channels:\n";
     for (int i = 1; i < kChannelCount; ++i) {
         out << "  " << std::setw(2) << i << "  " << std::left << std::setw(24)

@@ -79,6 +79,10 @@ int main(int argc, char** argv) {
         std::cerr << "krv-sim: reboot() is not the simulated runtime's; not loading the driver\n";
         return 3;
     }
+    // An NTP server on the panel's LAN, so ExecNTP has a real peer: 10.0.0.1 (ntp.panel.test).
+    if (std::system("/run/krv/panel-net ntp-server >/dev/null 2>&1") != 0) {
+        std::cerr << "krv-sim: no NTP server on the panel's LAN (is chrony installed?)\n";
+    }
     // Errors of the driver's log on stderr; its information records would drown the output.
     sim::setLogOutput("", 1);
     host::Runtime runtime(driverPath);
