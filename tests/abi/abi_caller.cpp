@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-constexpr int kBadArgument = static_cast<int>(0x80000001u);
-constexpr int kNoDatabase = -3;
+// Not in an anonymous namespace: there the compiler would see every class derived from
+// DeviceCtrl (none) and turn the slot calls into calls of the pure virtual.
+namespace runtime_side {
 
 class Communication {
 public:
@@ -56,6 +55,16 @@ public:
     virtual int SetChannelAddress(int a, int b) = 0;                   // 7
     virtual ~DeviceCtrl() = default;                                   // 8, 9
 };
+
+}  // namespace runtime_side
+
+namespace {
+
+using runtime_side::Communication;
+using runtime_side::DeviceCtrl;
+
+constexpr int kBadArgument = static_cast<int>(0x80000001u);
+constexpr int kNoDatabase = -3;
 
 typedef DeviceCtrl* (*CreateFn)(const char* name, void* rtdb);
 typedef int (*DestroyFn)(DeviceCtrl* dev);
@@ -229,6 +238,7 @@ void checkPollWithoutDatabase(CreateFn create, DestroyFn destroy) {
 }  // namespace
 
 int main() {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);  // keep every line should a slot crash
     void* lib = dlopen(KRV_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
     if (!lib) {
         std::printf("FAIL: dlopen: %s\n", dlerror());
