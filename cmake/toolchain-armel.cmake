@@ -52,6 +52,12 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "${_krv_rpath_link}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${_krv_rpath_link}")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "${_krv_rpath_link}")
 
+# ARMv5 has no 64-bit atomic instructions: GCC calls libatomic for std::atomic<long long>, which
+# the simulated runtime and some tests use. Linked only where needed; the ABI check keeps it out
+# of the driver, which cannot count on it on a panel.
+set(CMAKE_C_STANDARD_LIBRARIES "-Wl,--push-state,--as-needed -latomic -Wl,--pop-state")
+set(CMAKE_CXX_STANDARD_LIBRARIES "${CMAKE_C_STANDARD_LIBRARIES}")
+
 # The emulator is what the tests run under (inside the panel sandbox). qemu-user 7.2 passes
 # waitid(P_PIDFD) to the host kernel but refuses clone(CLONE_PIDFD), so Qt 5.15's QProcess
 # would trust a pidfd it never got and later close an unrelated descriptor; the test-only

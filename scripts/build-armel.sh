@@ -1,7 +1,7 @@
 #!/bin/sh
-# Installs what the panel build needs, prepares the armel sysroot inside BUILD_DIR and builds
+# Installs what the panel build needs, prepares the armel sysroot inside BUILD_DIR, builds
 # everything (driver, simulated panel libraries, runtime host, simulator, tests) for ARMv5TE
-# soft-float.
+# soft-float and makes the release bundle (BUILD_DIR/package/krvcontrol-VERSION-armel.tar.gz).
 # Usage: scripts/build-armel.sh [--old-abi] [BUILD_DIR]
 #   --old-abi  pre-C++11 std::string layout, for runtimes built with an older compiler
 #   BUILD_DIR  default build-armel (build-armel-oldabi with --old-abi)
@@ -26,3 +26,5 @@ cmake -S "$top" -B "$dir" \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DKRV_OLD_STRING_ABI=$old_abi >/dev/null
 cmake --build "$dir" -j2
+cmake --build "$dir" --target package >/dev/null
+ls "$dir"/package/*.tar.gz
