@@ -50,7 +50,7 @@ public:
 
     CString& MakeUpper();
     CString& MakeLower();
-    CString& Trim();  // blanks, tabs, CR, LF
+    CString& Trim();  // C-locale white space
     CString& TrimLeft();
     CString& TrimRight();
     CString& Trim(char ch);

@@ -1,7 +1,9 @@
 // Control and observation of the simulated panel, for tests and the simulator command.
 // Never included by the driver: on a real panel these libraries do not exist.
+// Every function here is thread-safe.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -9,26 +11,65 @@ namespace sim {
 
 // What the simulated runtime, HAL and GUI were asked to do, in order.
 struct JournalEntry {
-    std::string kind;  // "lcd", "rtc", "gui", "beep", "log", "reboot"
-    std::string text;  // e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)"
+    std::string kind;  // "lcd", "rtc", "net", "gui", "beep", "log", "reboot"
+    // The call as written, e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)",
+    // "hal_set_rtc_time(2026-11-21 28:30:05)", "reboot(0x1234567)",
+    // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()";
+    // a log record as "[level] title: message (file:line)".
+    std::string text;
 };
 
+// Only the most recent entries are kept (see journalCapacity).
 std::vector<JournalEntry> journal();
 std::vector<JournalEntry> journal(const std::string& kind);
 void clearJournal();
+constexpr std::size_t journalCapacity = 10000;
+
+// Waits until at least `count` entries of `kind` are in the journal (another thread, such as
+// the NTP worker, may be making them). True when they are there within `timeoutMs`.
+bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs);
+
+// One logger_printf call with its arguments as given; the message is already formatted.
+struct LogRecord {
+    int module = 0;
+    std::string function;
+    std::string file;
+    int line = 0;
+    int flags = 0;
+    int level = 0;
+    std::string title;
+    std::string message;
+};
+
+// The log records still in the journal, oldest first.
+std::vector<LogRecord> logRecords();
 
 // Runtime directories returned by Wexa_GetDirectory (kind 1 config, kind 2 root).
+// An empty path makes Wexa_GetDirectory return the empty text for that kind.
 void setDirectory(int kind, const std::string& path);
 void resetDirectories();
 
-// Wexa_GetTickCount is the monotonic clock plus this offset.
+// Wexa_GetTickCount is the monotonic clock plus this offset (cumulative).
 void advanceTicks(long long milliseconds);
 
 // Results the simulated HAL gives (0 = success).
 void setLcdResult(int result);
 void setRtcResult(int result);
+// Non-zero: the interface listing calls fail with it.
+void setNetworkResult(int result);
+// Non-zero: hal_set_ip_addr refuses with it and leaves the interface alone.
+void setIpAddrResult(int result);
 
 // Log records at or below `maxLevel` are printed to `path` (empty: stderr; "-": nowhere).
+// Default: stderr, every level up to information (4).
 void setLogOutput(const std::string& path, int maxLevel);
+
+// True when `reboot` as the process resolves it is the simulated runtime's journaling one,
+// not the C library's.
+bool rebootIsInterposed();
+
+// Back to the start state: journal empty, default directories, no tick offset, every HAL
+// call succeeding, log output to stderr.
+void reset();
 
 }  // namespace sim

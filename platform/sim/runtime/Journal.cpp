@@ -1,0 +1,132 @@
+// The simulated panel's journal: every call the runtime, HAL and GUI were asked to make.
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "SimInternal.h"
+
+namespace sim {
+namespace {
+
+struct Item {
+    JournalEntry entry;
+    std::optional<LogRecord> log;  // only for kind "log"
+};
+
+struct Journal {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Item> items;
+};
+
+// Never destroyed: threads of the driver may still log while the process exits.
+Journal& theJournal() {
+    static Journal* journal = new Journal;
+    return *journal;
+}
+
+void append(Item item) {
+    Journal& j = theJournal();
+    {
+        std::lock_guard<std::mutex> lock(j.mutex);
+        if (j.items.size() >= journalCapacity)
+            j.items.pop_front();
+        j.items.push_back(std::move(item));
+    }
+    j.changed.notify_all();
+}
+
+std::size_t countOf(const std::deque<Item>& items, const std::string& kind) {
+    std::size_t n = 0;
+    for (const Item& item : items)
+        n += item.entry.kind == kind ? 1 : 0;
+    return n;
+}
+
+}  // namespace
+
+namespace detail {
+
+void record(const char* kind, std::string text) {
+    append(Item{JournalEntry{kind, std::move(text)}, std::nullopt});
+}
+
+void recordLog(LogRecord log, std::string text) {
+    append(Item{JournalEntry{"log", std::move(text)}, std::move(log)});
+}
+
+std::string vformat(const char* fmt, va_list args) {
+    va_list copy;
+    va_copy(copy, args);
+    int needed = vsnprintf(nullptr, 0, fmt, copy);
+    va_end(copy);
+    std::string out;
+    if (needed > 0) {
+        out.resize(static_cast<size_t>(needed) + 1);
+        vsnprintf(&out[0], out.size(), fmt, args);
+        out.resize(static_cast<size_t>(needed));
+    }
+    return out;
+}
+
+std::string format(const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    std::string out = vformat(fmt, args);
+    va_end(args);
+    return out;
+}
+
+}  // namespace detail
+
+std::vector<JournalEntry> journal() {
+    Journal& j = theJournal();
+    std::lock_guard<std::mutex> lock(j.mutex);
+    std::vector<JournalEntry> out;
+    out.reserve(j.items.size());
+    for (const Item& item : j.items)
+        out.push_back(item.entry);
+    return out;
+}
+
+std::vector<JournalEntry> journal(const std::string& kind) {
+    Journal& j = theJournal();
+    std::lock_guard<std::mutex> lock(j.mutex);
+    std::vector<JournalEntry> out;
+    for (const Item& item : j.items) {
+        if (item.entry.kind == kind)
+            out.push_back(item.entry);
+    }
+    return out;
+}
+
+std::vector<LogRecord> logRecords() {
+    Journal& j = theJournal();
+    std::lock_guard<std::mutex> lock(j.mutex);
+    std::vector<LogRecord> out;
+    for (const Item& item : j.items) {
+        if (item.log)
+            out.push_back(*item.log);
+    }
+    return out;
+}
+
+void clearJournal() {
+    Journal& j = theJournal();
+    std::lock_guard<std::mutex> lock(j.mutex);
+    j.items.clear();
+}
+
+bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs) {
+    Journal& j = theJournal();
+    std::unique_lock<std::mutex> lock(j.mutex);
+    return j.changed.wait_for(lock, std::chrono::milliseconds(timeoutMs > 0 ? timeoutMs : 0),
+                              [&] { return countOf(j.items, kind) >= count; });
+}
+
+}  // namespace sim

@@ -1,0 +1,285 @@
+#include "Sandbox.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <thread>
+
+// Named on the test executables' link line (--undefined) so that the sandbox guard below is linked
+// into every test, even one that uses none of these helpers.
+extern "C" const int krv_test_sandbox_guard = 1;
+
+namespace krv_test {
+namespace {
+
+const char kPanelNet[] = "/run/krv/panel-net";
+const char kCallLog[] = "/sbx/calls.log";
+
+// Tests change /etc, interfaces and clocks: on the host that would be damage, so a test binary
+// stops before main() unless it runs in the sandbox (listing its tests is harmless anywhere).
+bool onlyListingTests() {
+    std::string args = readFile("/proc/self/cmdline");
+    return args.find("--gtest_list_tests") != std::string::npos;
+}
+
+struct SandboxGuard {
+    SandboxGuard() {
+        if (inSandbox() || onlyListingTests()) {
+            return;
+        }
+        std::fprintf(stderr,
+                     "\n*** This test changes the panel's system files and network and runs only "
+                     "inside the panel sandbox:\n***   sandbox/panel-sandbox --bind <source> "
+                     "--bind <build> -- <test>\n\n");
+        std::_Exit(2);
+    }
+};
+const SandboxGuard guard;
+
+bool makeParents(const std::string& path) {
+    for (size_t slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        if (mkdir(path.substr(0, slash).c_str(), 0755) != 0 && errno != EEXIST) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool waitFor(int timeoutMs, const std::function<bool()>& done) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (Clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+// Waits for `pid` for up to `timeoutMs`; true once it is reaped.
+bool reap(pid_t pid, int timeoutMs) {
+    return waitFor(timeoutMs, [pid] {
+        int status = 0;
+        pid_t r = waitpid(pid, &status, WNOHANG);
+        return r == pid || (r < 0 && errno == ECHILD);
+    });
+}
+
+}  // namespace
+
+bool inSandbox() {
+    const char* flag = std::getenv("KRV_IN_SANDBOX");
+    if (flag == nullptr || std::strcmp(flag, "1") != 0 || geteuid() != 0) {
+        return false;
+    }
+    // The initial user namespace maps every id to itself; the sandbox maps root to one host uid.
+    std::istringstream map(readFile("/proc/self/uid_map"));
+    unsigned long inside = 0, outside = 0, count = 0;
+    map >> inside >> outside >> count;
+    return map && !(outside == 0 && count == 4294967295UL);
+}
+
+bool writeFile(const std::string& path, const std::string& contents) {
+    if (!makeParents(path)) {
+        return false;
+    }
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << contents;
+    out.close();
+    return !out.fail();
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+bool fileExists(const std::string& path) {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+bool removeFile(const std::string& path) {
+    return unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
+CommandResult run(const std::string& command) {
+    CommandResult result;
+    std::fflush(nullptr);
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return result;
+    }
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        result.out.append(buffer, n);
+    }
+    int status = pclose(pipe);
+    result.status = (status != -1 && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+std::string shellQuote(const std::string& text) {
+    std::string quoted = "'";
+    for (char c : text) {
+        quoted += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+CommandResult runInPeer(const std::string& command) {
+    return run(std::string(kPanelNet) + " peer sh -c " + shellQuote(command));
+}
+
+pid_t peerPid() {
+    return static_cast<pid_t>(std::atoi(readFile("/run/krv/peer.pid").c_str()));
+}
+
+bool addInterface(const std::string& name, const std::string& panelCidr,
+                  const std::string& peerCidr) {
+    return run(std::string(kPanelNet) + " add " + shellQuote(name) + " " + shellQuote(panelCidr) +
+               " " + shellQuote(peerCidr))
+               .status == 0;
+}
+
+bool removeInterface(const std::string& name) {
+    return run(std::string(kPanelNet) + " del " + shellQuote(name)).status == 0;
+}
+
+std::vector<std::string> shimCalls() {
+    std::vector<std::string> lines;
+    std::istringstream log(readFile(kCallLog));
+    for (std::string line; std::getline(log, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+void clearShimCalls() {
+    removeFile(kCallLog);
+}
+
+BoundFile::BoundFile(const std::string& target, const std::string& contents) : target_(target) {
+    char source[] = "/tmp/krv-bound-XXXXXX";
+    int fd = mkstemp(source);
+    if (fd < 0) {
+        return;
+    }
+    bool written = fchmod(fd, 0644) == 0 && write(fd, contents.data(), contents.size()) ==
+                                                static_cast<ssize_t>(contents.size());
+    close(fd);
+    // The mount keeps the file alive; its name is not needed afterwards.
+    bound_ = written && mount(source, target.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    unlink(source);
+}
+
+BoundFile::~BoundFile() {
+    if (bound_ && umount2(target_.c_str(), 0) != 0) {
+        umount2(target_.c_str(), MNT_DETACH);
+    }
+}
+
+bool ntpAnswers(const std::string& address, int timeoutMs, int port) {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(static_cast<uint16_t>(port));
+    if (inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1) {
+        return false;
+    }
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return false;
+    }
+    unsigned char packet[48] = {0x23};  // version 4, client mode
+    bool answered = false;
+    if (sendto(fd, packet, sizeof packet, 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
+        static_cast<ssize_t>(sizeof packet)) {
+        pollfd pfd{fd, POLLIN, 0};
+        unsigned char reply[512];
+        if (poll(&pfd, 1, timeoutMs) == 1) {
+            ssize_t n = recv(fd, reply, sizeof reply, 0);
+            answered = n == 48 && (reply[0] & 0x07) == 4;  // server mode
+        }
+    }
+    close(fd);
+    return answered;
+}
+
+NtpServer::NtpServer(const std::string& extraConfig) {
+    static int serial = 0;
+    const std::string dir =
+        "/tmp/krv-chrony-" + std::to_string(getpid()) + "-" + std::to_string(++serial);
+    const std::string conf = dir + "/chrony.conf";
+    const std::string log = dir + "/chronyd.log";
+    // A server only: no command sockets, no clock control (-x), no privilege drop (-u root: the
+    // sandbox may not change groups).
+    if (!writeFile(conf,
+                   "local stratum 8\nallow all\nport 123\ncmdport 0\nbindcmdaddress /\n"
+                   "pidfile " +
+                       dir + "/chronyd.pid\n" + extraConfig + "\n")) {
+        return;
+    }
+    const std::string net = "--net=/proc/" + std::to_string(peerPid()) + "/ns/net";
+    std::fflush(nullptr);
+    pid_ = fork();
+    if (pid_ == 0) {
+        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (fd >= 0) {
+            dup2(fd, STDOUT_FILENO);
+            dup2(fd, STDERR_FILENO);
+        }
+        execlp("nsenter", "nsenter", net.c_str(), "chronyd", "-x", "-d", "-u", "root", "-f",
+               conf.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    if (pid_ < 0) {
+        return;
+    }
+    bool exited = false;
+    ready_ = waitFor(5000,
+                     [this, &exited] {
+                         exited = waitpid(pid_, nullptr, WNOHANG) != 0;
+                         return exited || ntpAnswers("10.0.0.1", 100);
+                     }) &&
+             !exited;
+    if (exited) {
+        pid_ = -1;
+    }
+    if (!ready_) {
+        std::fprintf(stderr, "chronyd did not come up:\n%s\n", readFile(log).c_str());
+    }
+}
+
+NtpServer::~NtpServer() {
+    if (pid_ <= 0) {
+        return;
+    }
+    kill(pid_, SIGTERM);
+    if (!reap(pid_, 3000)) {
+        kill(pid_, SIGKILL);
+        reap(pid_, 3000);
+    }
+}
+
+}  // namespace krv_test
