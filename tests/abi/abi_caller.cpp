@@ -237,9 +237,10 @@ void checkPollWithoutDatabase(CreateFn create, DestroyFn destroy) {
 
 }  // namespace
 
-int main() {
+// Without arguments the built driver; a path checks another build of it (on a panel, say).
+int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IONBF, 0);  // keep every line should a slot crash
-    void* lib = dlopen(KRV_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
+    void* lib = dlopen(argc > 1 ? argv[1] : KRV_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
     if (!lib) {
         std::printf("FAIL: dlopen: %s\n", dlerror());
         return 1;
