@@ -51,6 +51,12 @@ enum NTP_CTRL_TYPE : int {
 // Serialises whole text commands across every device of the process.
 extern std::mutex g_halMutex;
 
+// Preferred remote-view configuration file, "/etc/iot_cfg/vncConfig.ini".
+extern QString vncCfgPath;
+// vncCfgPath when that file exists, else the runtime's configuration directory
+// (or "/usr/wexa_app/config") followed by "/vncConfig.ini".
+QString vncCfgFilePath();
+
 class CDevBas {
 public:
     CDevBas();
@@ -78,6 +84,9 @@ public:
     static int writeVncPwd(const CString& password);
     static int splitString(const char* text, char separator, std::vector<ZU::utils::String>& items);
     static CString QS2CS(QString text);
+    // Write of address channel 1, 2, 8 or 9: 0 applied, -4 invalid text,
+    // -6 interfaces cannot be listed, -8 no such interface, -7 HAL refused.
+    static int changeAddress(int channel, const CString& text);
 
     // Parameters from the configuration blob; the first member.
     CArray<int, int> m_params;

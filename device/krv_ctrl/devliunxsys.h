@@ -1,6 +1,7 @@
 // System operations: the operation manager, its command parser and handlers.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -46,6 +47,17 @@ public:
                               const std::vector<std::string>& args);
 
 protected:
+    // The two halves of DevSetContext: the requested cut in bytes (status 4 on
+    // failure), then the delivery of the cut text into the text and status variables.
+    int DevGetCutLen(WEXA_DATA& data, const std::vector<std::string>& args, std::size_t& cut);
+    int DevDeliverContext(WEXA_DATA& data, const std::string& content, std::size_t cut,
+                          const std::vector<std::string>& args);
+    // Whole-file read that keeps only the last `keep` bytes of what a whole read
+    // would give (the text up to its first zero byte).
+    std::string DevReadFileTail(const std::string& path, std::size_t keep);
+    // Delivers the tail of a stored log file as the command asks.
+    int DevReadLog(WEXA_DATA& data, const std::string& path, const std::vector<std::string>& args);
+
     DevLinuxOpearDb* m_pOpearDb;
 };
 
@@ -54,6 +66,11 @@ public:
     int DevOpear(WEXA_DATA& data, std::vector<std::string>& args) override;
 
 private:
+    // One sample of the first line of /proc/stat: total and idle jiffies.
+    void DevCalcCpuUse(long long& all, long long& idle);
+    // The use since the previous sample, or the last value when it cannot be computed.
+    double DevCalcCpuUse_1(long long all, long long idle);
+
     long long _cpu_jiff_all = 0;
     long long _cpu_jiff_idle = 0;
     double m_lastCpuUse = 0.0;

@@ -30,7 +30,8 @@ public:
     int setNtpFreq(int value);
     // Replaces the four servers and rewrites the file when any differs; 0.
     int setNtpServers(const QString servers[4]);
-    // Sets one server (index 0..3) and rewrites the file when it differs; 0.
+    // Sets one server (index 0..3) and rewrites the file when it differs; 0, or -4 for
+    // another index.
     int setNtpServer(int index, const QString& server);
 
     // One synchronisation now: 0 done or NTP off, -10 failure.
@@ -39,6 +40,9 @@ public:
     static bool isIp(QString const& text);
     bool pingNetWork(bool serversAreAddresses);
     struct hostent* getHostByName(const std::vector<QString>& servers);
+    // The name servers of the system resolver, read under its lock; empty when the
+    // file is missing or breaks the "nameserver" line rules four times in a row.
+    static std::vector<std::string> readNameServers();
 
     static void* ThreadOfExecNtp(void* arg);
 
@@ -46,4 +50,10 @@ public:
     pthread_t m_thread;
     volatile unsigned char m_running;
     std::mutex m_mutex;
+
+private:
+    // How many of the configured servers are dotted addresses, read under the mutex.
+    int countConfiguredAddresses();
+    // execNtp until it succeeds or the worker is told to stop.
+    void syncWithRetries();
 };

@@ -1,0 +1,127 @@
+// The NTP controller: creation, setters, settings copies, the worker and its end.
+#include "NtpCtrl.h"
+
+#include <unistd.h>
+
+#include "WexaRuntime.h"
+
+namespace {
+
+const useconds_t passSleepUs = 200 * 1000;
+const long long msPerHour = 3600000;
+const int retrySleeps = 5;
+
+// Stores `value` into `field` when it is in range and differs, rewriting the file.
+int setChecked(NtpCtrl& ctrl, int& field, int value, bool inRange) {
+    std::lock_guard<std::mutex> lock(ctrl.m_mutex);
+    if (!inRange)
+        return -4;
+    if (field != value) {
+        field = value;
+        ctrl.writeCfg(ctrl.m_cfgPath);
+    }
+    return 0;
+}
+
+}  // namespace
+
+NtpCtrl::NtpCtrl(const QString& cfgPath) : m_cfgPath(cfgPath), m_thread(0), m_running(1) {
+    readCfg(m_cfgPath);
+    // A panel without the worker still answers every command, so a failed start is not an
+    // error; the handle is cleared so that the destructor joins nothing.
+    if (pthread_create(&m_thread, nullptr, &NtpCtrl::ThreadOfExecNtp, this) != 0)
+        m_thread = 0;
+}
+
+NtpCtrl::~NtpCtrl() {
+    m_running = 0;
+    if (m_thread != 0) {
+        pthread_join(m_thread, nullptr);
+        m_thread = 0;
+    }
+}
+
+ntpCfgParam NtpCtrl::getParam() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return *this;
+}
+
+// The range tests are unsigned so that every negative value is rejected.
+int NtpCtrl::enableNtp(int value) {
+    return setChecked(*this, m_ntpSwitch, value, static_cast<unsigned>(value) < 2u);
+}
+
+int NtpCtrl::setNtpMode(int value) {
+    return setChecked(*this, m_ntpMode, value, static_cast<unsigned>(value) < 2u);
+}
+
+int NtpCtrl::setNtpFreq(int value) {
+    return setChecked(*this, m_ntpFreq, value, static_cast<unsigned>(value) - 1u < 24u);
+}
+
+int NtpCtrl::setNtpServers(const QString servers[4]) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    bool differs = false;
+    for (int i = 0; i < 4; ++i)
+        if (m_ntpServer[i] != servers[i])
+            differs = true;
+    if (differs) {
+        for (int i = 0; i < 4; ++i)
+            m_ntpServer[i] = servers[i];
+        writeCfg(m_cfgPath);
+    }
+    return 0;
+}
+
+int NtpCtrl::setNtpServer(int index, const QString& server) {
+    if (static_cast<unsigned>(index) >= 4u)
+        return -4;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_ntpServer[index] != server) {
+        m_ntpServer[index] = server;
+        writeCfg(m_cfgPath);
+    }
+    return 0;
+}
+
+void* NtpCtrl::ThreadOfExecNtp(void* arg) {
+    NtpCtrl* self = static_cast<NtpCtrl*>(arg);
+    ntpCfgParam last;
+    long long start = Wexa_GetTickCount();
+    while (self->m_running) {
+        ntpCfgParam current = self->getParam();
+        bool trigger = false;
+        if (current != last) {
+            bool switchedOn = last.m_ntpSwitch == 0 && current.m_ntpSwitch == 1;
+            bool autoEntered = last.m_ntpMode == 0 && current.m_ntpMode == 1;
+            bool periodChanged = last.m_ntpFreq != current.m_ntpFreq;
+            trigger = switchedOn || autoEntered || periodChanged;
+            last = current;
+        }
+        if (last.m_ntpSwitch == 1 && last.m_ntpMode == 1) {
+            long long now = Wexa_GetTickCount();
+            bool due = trigger || now - start >= static_cast<long long>(last.m_ntpFreq) * msPerHour;
+            if (due) {
+                if (!self->m_running) {
+                    start = now;
+                } else {
+                    self->syncWithRetries();
+                    start = Wexa_GetTickCount();
+                }
+            }
+        }
+        usleep(passSleepUs);
+    }
+    return nullptr;
+}
+
+void NtpCtrl::syncWithRetries() {
+    // The settings are not consulted here: once NTP is off, execNtp returns 0 at once.
+    while (execNtp() != 0) {
+        for (int i = 0; i < retrySleeps; ++i) {
+            usleep(passSleepUs);
+            if (!m_running)
+                return;
+        }
+    }
+}

@@ -1,0 +1,91 @@
+#include "File.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace KRVCTRL {
+
+namespace {
+// Lock files are shared with processes running under other users.
+constexpr mode_t kCreateMode = 0777;
+// One byte of the scratch buffer stays unused.
+constexpr size_t kScratchSize = 1024;
+}  // namespace
+
+File::~File() {
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+bool File::open(const std::string& path, int flags) {
+    if (m_fd >= 0) {
+        ::close(m_fd);
+        m_fd = -1;
+    }
+    if (flags & O_CREAT)
+        m_fd = ::open64(path.c_str(), flags, kCreateMode);
+    else
+        m_fd = ::open64(path.c_str(), flags);
+    return m_fd >= 0;
+}
+
+bool File::seek(unsigned int offset) {
+    if (::lseek64(m_fd, static_cast<off64_t>(offset), SEEK_SET) == -1) {
+        m_lastError = errno;
+        return false;
+    }
+    return true;
+}
+
+std::string File::readAll() {
+    // Files beyond 4 GiB are not read through here; the low half is enough.
+    const unsigned int position = static_cast<unsigned int>(::lseek64(m_fd, 0, SEEK_CUR));
+    seek(0);
+
+    std::string result;
+    std::string scratch;
+    for (;;) {
+        scratch.resize(kScratchSize);
+        // /proc files report size 0: only a zero-length read ends the loop.
+        const ssize_t got = ::read(m_fd, &scratch[0], kScratchSize - 1);
+        if (got == -1) {
+            if (errno == EINTR)
+                continue;
+            m_lastError = errno;
+            break;
+        }
+        if (got == 0)
+            break;
+        result.append(scratch.data(), static_cast<size_t>(got));
+    }
+    seek(position);
+    return result;
+}
+
+bool File::is_file_exist(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+FileLock::FileLock() : m_file(new File) {}
+
+FileLock::~FileLock() {
+    delete m_file;
+}
+
+FileLocker::FileLocker(FileLock& lock) : m_lock(lock) {
+    // A failed flock (EINTR included) leaves the access unguarded; callers have
+    // no way to act on it, so it is not retried.
+    if (m_lock.file().descriptor() >= 0)
+        (void)::flock(m_lock.file().descriptor(), LOCK_EX);
+}
+
+FileLocker::~FileLocker() {
+    if (m_lock.file().descriptor() >= 0)
+        (void)::flock(m_lock.file().descriptor(), LOCK_UN);
+}
+
+}  // namespace KRVCTRL

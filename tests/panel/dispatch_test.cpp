@@ -1,0 +1,118 @@
+// Text commands as a project sends them, through the runtime host and the loaded driver.
+#include <dlfcn.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <utime.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "Sandbox.h"
+#include "host/Runtime.h"
+#include "sim/SimPanel.h"
+
+namespace {
+class Dispatch : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (getenv("KRV_REBOOT_CHILD"))
+            GTEST_SKIP();
+        sim::reset();
+        ASSERT_TRUE(rt.ok()) << rt.error();
+        ASSERT_EQ(rt.start(), 0);
+        rt.database().defineText("Txt", "abcdef");
+    }
+    host::Runtime rt{KRV_DRIVER_PATH};
+};
+}  // namespace
+
+TEST_F(Dispatch, KeywordsAndResultCodesAsUsersTypeThem) {
+    const struct {
+        const char* command;
+        int result;       // -1: not checked
+        int status;       // of variable St, -1: untouched
+        const char* lcd;  // last HAL backlight call, "": none
+    } cases[] = {
+        {"backlightoff()", 0, -1, "hal_set_lcd_status(1)"},
+        {"  BacklightOn  (x)", 0, -1, "hal_set_lcd_status(0)"},
+        {"BACKLIGHTOFF", 0, -1, ""},
+        {"BACKLIGHTOFF(", 0, -1, ""},
+        {"BACKLIGHTOFF)(", -1, -1, ""},  // keyword "BACKLIGHTOFF)": the operation manager answers
+        {"ModVncPwd(a,b,c)", 5, -1, ""},
+        {"ModVncPwd(abc,St)", 4, 4, ""},       // password of bad length
+        {"ModVncPwd(Txt,St)", 0, 0, ""},       // read through a text variable
+        {"ModVncPwd(St)", 4, -1, ""},          // a numeric variable gives no text
+        {"ModVncPwd(abcdef,Txt)", 4, -1, ""},  // a text variable takes no status
+        {"SetNTPServer(a,b,c)", 5, -1, ""},
+        {"SetNTPServer(St,b,c,d,St)", 4, 4, ""},
+        {"SetNTPServer(a,b,c,d,St)", 0, 0, ""},
+        {"ExecNTP(Txt)", 4, -1, ""},
+        {"reflesh()", 0, -1, ""},
+    };
+    for (const auto& c : cases) {
+        sim::clearJournal();
+        rt.database().defineInt("St", -1);
+        const int result = rt.device().command(c.command);
+        if (c.result >= 0) {
+            EXPECT_EQ(result, c.result) << c.command;
+        }
+        EXPECT_EQ(rt.database().variable("St")->intValue, c.status) << c.command;
+        const auto lcd = sim::journal("lcd");
+        EXPECT_EQ(lcd.empty() ? "" : lcd.back().text, c.lcd) << c.command;
+    }
+    const sim::LogRecord r = sim::logRecords().back();
+    EXPECT_EQ(r.function + "|" + r.file + "|" + std::to_string(r.line) + "|" +
+                  std::to_string(r.level) + "|" + r.title + "|" + r.message,
+              "mfDevIOCtrl|device/krv_ctrl/DevBas|544|4|mfDevIOCtrl begin|strOrder = REFLESH");
+    sim::setLcdResult(-1);
+    EXPECT_EQ(rt.device().command("BACKLIGHTON()"), 9);
+}
+
+TEST_F(Dispatch, SameNtpServersLeaveTheFileAlone) {
+    const char* cfg = "/usr/wexa_app/config//ntp_param_cfg.ini";
+    EXPECT_EQ(rt.device().command("SetNTPServer(a,b,c,d)"), 0);
+    utimbuf old{1000, 1000};
+    utime(cfg, &old);
+    EXPECT_EQ(rt.device().command("SetNTPServer( a,b , c,d)"), 0);
+    struct stat st;
+    EXPECT_TRUE(stat(cfg, &st) != 0 || st.st_mtime == 1000);
+}
+
+TEST_F(Dispatch, RebootIsJournaledBySimulatedRuntime) {
+    ASSERT_TRUE(sim::rebootIsInterposed());
+    EXPECT_EQ(rt.device().command("REBOOT(now)"), 0);
+    ASSERT_EQ(sim::journal("reboot").size(), 1u);
+    EXPECT_EQ(sim::journal("reboot")[0].text, "reboot(0x1234567)");
+}
+
+// The driver unmodified, with the C library's reboot (preloaded ahead of the simulated
+// runtime): only ever as init of a nested pid namespace inside the sandbox, where the kernel
+// answers the restart with SIGHUP to that init.
+TEST(RebootUnmodified, EndsNestedPidNamespace) {
+    ASSERT_TRUE(krv_test::inSandbox());  // never outside it
+    if (getenv("KRV_REBOOT_CHILD")) {
+        if (getpid() != 1 || sim::rebootIsInterposed())
+            _exit(3);
+        host::Runtime rt{KRV_DRIVER_PATH};
+        if (!rt.ok() || rt.start() != 0)
+            _exit(4);
+        rt.device().command("REBOOT()");
+        _exit(5);  // the restart returned
+    }
+    Dl_info libc{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&::getpid), &libc), 0);
+    const std::string preload = std::string("LD_PRELOAD=") + libc.dli_fname;
+    char self[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    pid_t pid = fork();
+    if (pid == 0) {
+        execlp("unshare", "unshare", "--pid", "--fork", "env", preload.c_str(),
+               "KRV_REBOOT_CHILD=1", self, "--gtest_filter=RebootUnmodified.*",
+               static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    int ws = 0;
+    ASSERT_EQ(waitpid(pid, &ws, 0), pid);
+    EXPECT_EQ(WIFSIGNALED(ws) ? 128 + WTERMSIG(ws) : WEXITSTATUS(ws), 128 + SIGHUP);
+}

@@ -1,0 +1,74 @@
+// Tails of the stored logs and of the captured kernel log, delivered into variables.
+#include <unistd.h>
+
+#include "devliunxsys_fixture.h"
+
+namespace {
+
+std::string Lines(std::size_t bytes) {
+    std::string text;
+    for (int i = 0; text.size() < bytes; ++i)
+        text += "line " + std::to_string(i) + "\n";
+    return text.substr(0, bytes);
+}
+
+}  // namespace
+
+TEST_F(SysOpsTest, StoredLogTails) {
+    const std::string big = Lines(3000), small = Lines(500), huge = Lines(3 << 20);
+    std::string twoByte = "a";
+    for (int i = 0; i < 512; ++i)
+        twoByte += "\xc3\xa9";  // the cut splits the first "é"
+    const std::string zeroed = Lines(2000) + '\0' + Lines(100);
+    const struct {
+        std::string command, file, content, text;
+    } cases[] = {
+        {"ReadAppLog(2,1,txt,st)", "signal_recieved", big, big.substr(3000 - 1024)},
+        {"ReadAppLog(0,10,txt,st)", "restart", small, small},
+        {"ReadAppLog(mode,2,txt,st)", "signal_recieved", big, big.substr(3000 - 2048)},
+        {"ReadAppLog(0, 1,txt,st)", "restart", twoByte, twoByte.substr(1)},
+        {"ReadAppLog(1,0,txt,st)", "dmesg", big, ""},
+        {"ReadAppLog(1,1,txt,st)", "dmesg", huge, huge.substr(huge.size() - 1024)},
+        {"ReadAppLog(1,9999999,txt,st)", "dmesg", huge, huge},
+        // a zero byte ends the text, as it does for a whole read
+        {"ReadAppLog(0,1,txt,st)", "restart", zeroed, zeroed.substr(2000 - 1024, 1024)},
+        {"ReadAppLog(1,1,txt,st)", "", "", ""},  // missing file
+    };
+    for (const auto& c : cases) {
+        krv_test::removeFile("/storage/log/dmesg.log");
+        if (!c.file.empty())
+            krv_test::writeFile("/storage/log/" + c.file + ".log", c.content);
+        g_vars["mode"] = {DATATYPE_INT, 2, ""};
+        g_vars["txt"].text = "old";
+        g_vars["st"].num = 7;
+        EXPECT_EQ(mgr.DevOpear(data, c.command), 0) << c.command;
+        EXPECT_TRUE(g_vars["txt"].text == c.text) << c.command;
+        EXPECT_EQ(g_vars["st"].num, 0) << c.command;
+    }
+}
+
+TEST_F(SysOpsTest, KernelLogCapture) {
+    const std::string kernel = Lines(5000);
+    krv_test::writeFile("/sbx/fake_dmesg.txt", kernel);
+    // A link planted at the capture name must not redirect the capture.
+    krv_test::writeFile("/tmp/victim", "keep");
+    ASSERT_EQ(symlink("/tmp/victim", "/tmp/dmesg.log"), 0);
+    EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), 0);
+    EXPECT_TRUE(g_vars["txt"].text == kernel.substr(5000 - 4096));
+    EXPECT_EQ(g_vars["st"].num, 0);
+    EXPECT_EQ(krv_test::readFile("/tmp/victim"), "keep");
+    EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
+
+    EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,-1,txt,st)"), -4);
+    EXPECT_EQ(g_vars["st"].num, 4);
+    EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
+
+    krv_test::writeFile("/sbx/dmesg_fail", "");
+    g_vars["st"].num = 7;
+    g_vars["txt"].text = "old";
+    EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), -3);
+    EXPECT_EQ(g_vars["st"].num, 7);
+    EXPECT_EQ(g_vars["txt"].text, "old");
+    EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
+    krv_test::removeFile("/sbx/dmesg_fail");
+}

@@ -1,0 +1,72 @@
+// Command parsing, routing and argument errors of the operation manager.
+#include <climits>
+
+#include "devliunxsys_fixture.h"
+
+TEST(ParaCmd, SplitsNameAndArguments) {
+    using Args = std::vector<std::string>;
+    const struct {
+        std::string command;
+        int result;
+        std::string name;
+        Args args;  // appended after "pre"
+    } cases[] = {
+        {"ReadAppLog(a,,b)", 0, "ReadAppLog", {"a", "b"}},  // empty arguments dropped
+        {"ReadAppLog(a,b,)", 0, "ReadAppLog", {"a", "b"}},
+        {"X(,a)", 0, "X", {"a"}},
+        {"X()", 0, "X", {}},
+        {" X(0, 4)", 0, " X", {"0", " 4"}},  // blanks kept
+        {"X(f(1))", 0, "X", {"f(1)"}},
+        {"GetCpuUse", -5, "", {}},
+        {"GetCpuUse(10", -5, "", {}},
+        {"", -5, "", {}},
+    };
+    ToolsBase tools;
+    for (const auto& c : cases) {
+        std::string name;
+        Args args{"pre"};
+        EXPECT_EQ(tools.ParaCmd(name, args, c.command), c.result) << c.command;
+        EXPECT_EQ(name, c.name) << c.command;
+        Args expected{"pre"};
+        expected.insert(expected.end(), c.args.begin(), c.args.end());
+        EXPECT_EQ(args, expected) << c.command;
+    }
+}
+
+// Commands stopped before any log is read, and what they leave in the status variable.
+TEST_F(SysOpsTest, RejectsBadCommandsAndOperands) {
+    const struct {
+        std::string command;
+        int result;
+        double status;  // 7: untouched
+    } cases[] = {
+        {"", 0, 7},
+        {"getcpuuse(10)", 0, 7},  // names are case-sensitive: unknown, silently done
+        {"GetCpuUse", -5, 7},
+        {"ReadAppLog(0,1,txt)", -5, 7},
+        {"ReadAppLog(0,1,txt,st,x)", -5, 7},
+        {"ReadAppLog(3,1,txt,st)", -4, 4},
+        {"ReadAppLog(-1,1,txt,st)", -4, 4},
+        {"ReadSysLog(1,1,txt,st)", -4, 4},
+        {"ReadAppLog(0,-1,txt,st)", -4, 4},
+        {"ReadAppLog(3,1,txt,nosuch)", -4, 7},
+    };
+    for (const auto& c : cases) {
+        g_vars["st"].num = 7;
+        EXPECT_EQ(mgr.DevOpear(data, c.command), c.result) << c.command;
+        EXPECT_EQ(g_vars["st"].num, c.status) << c.command;
+        EXPECT_EQ(g_vars["txt"].text, "old") << c.command;
+    }
+}
+
+TEST(DevLinuxOpearDb, LiteralsWithoutDatabase) {
+    WEXA_DATA data{};
+    DevLinuxOpearDb db;
+    int value = -1;
+    EXPECT_EQ(db.DevGetParaValue(data, " 42kB", value), 0);
+    EXPECT_EQ(value, 42);
+    EXPECT_EQ(db.DevGetParaValue(data, "99999999999", value), 0);
+    EXPECT_EQ(value, INT_MAX);  // saturates as the panel's 32-bit strtol does
+    double status = 4;
+    EXPECT_EQ(db.DevSetParaValue(data, "st", status), -1);
+}

@@ -1,0 +1,247 @@
+// Reachability probes, the resolver file, the SNTP exchange against a scripted responder and
+// a real NTP server in the peer namespace, and the worker's triggers.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "NtpCtrl.h"
+#include "Sandbox.h"
+#include "sim/SimPanel.h"
+
+namespace {
+
+using krv_test::readFile;
+using krv_test::writeFile;
+
+// A controller on a scratch settings file: NTP on, every server `server`, manual by default.
+std::unique_ptr<NtpCtrl> controller(const QString& server, int mode = 0) {
+    char dir[] = "/tmp/ntpsync.XXXXXX";
+    QString path = QString::fromLatin1(mkdtemp(dir)) + "/ntp_param_cfg.ini";
+    ntpCfgParam file;
+    file.m_ntpSwitch = 1;
+    file.m_ntpMode = mode;
+    file.m_ntpFreq = 2;
+    for (QString& s : file.m_ntpServer)
+        s = server;
+    file.writeCfg(path);
+    return std::unique_ptr<NtpCtrl>(new NtpCtrl(path));
+}
+
+// The time last given to the RTC (hour as given, possibly beyond 23), checked against the
+// date command recorded just before it.
+struct tm lastSet() {
+    struct tm t = {};
+    auto rtc = sim::journal("rtc");
+    EXPECT_FALSE(rtc.empty());
+    if (rtc.empty())
+        return t;
+    sscanf(rtc.back().text.c_str(), "hal_set_rtc_time(%d-%d-%d %d:%d:%d)", &t.tm_year, &t.tm_mon,
+           &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec);
+    char date[64];
+    snprintf(date, sizeof date, "date [-s] [%d-%d-%d %d:%d:%d]", t.tm_year, t.tm_mon, t.tm_mday,
+             t.tm_hour, t.tm_min, t.tm_sec);
+    EXPECT_EQ(date, krv_test::shimCalls().back());
+    t.tm_year -= 1900;
+    t.tm_mon -= 1;
+    return t;
+}
+
+// Checks that the clocks were last set to a time between `before` and now, plus `offset`.
+void expectSetTo(time_t before, int offset, int slack = 0) {
+    struct tm set = lastSet();
+    time_t t = timegm(&set);
+    EXPECT_LE(before + offset - slack, t) << offset;
+    EXPECT_GE(time(nullptr) + offset + slack, t) << offset;
+}
+
+int64_t nowUs() {
+    timeval tv;
+    gettimeofday(&tv, nullptr);
+    return tv.tv_sec * int64_t(1000000) + tv.tv_usec;
+}
+
+// An SNTP server on 127.0.0.1:123 whose timestamps put the client `offsetUs` off.
+class Responder {
+public:
+    std::atomic<int> replyLength{48};
+    std::atomic<int64_t> offsetUs{0};
+    std::string request;  // the last one; read only while no exchange runs
+
+    Responder() : m_fd(socket(AF_INET, SOCK_DGRAM, 0)) {
+        sockaddr_in at = {};
+        at.sin_family = AF_INET;
+        at.sin_port = htons(123);
+        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&at), sizeof at));
+        m_thread = std::thread([this] {
+            for (pollfd p = {m_fd, POLLIN, 0}; !m_stop;) {
+                if (poll(&p, 1, 50) == 1)
+                    answer();
+            }
+        });
+    }
+    ~Responder() {
+        m_stop = true;
+        m_thread.join();
+        close(m_fd);
+    }
+
+private:
+    static void putTime(unsigned char* p, int64_t us) {
+        uint32_t words[2] = {htonl(uint32_t(us / 1000000 + 2208988800u)),
+                             htonl(uint32_t((us % 1000000) * 4294967296.0 / 1e6))};
+        memcpy(p, words, 8);
+    }
+    void answer() {
+        unsigned char packet[48] = {};
+        sockaddr_in from;
+        socklen_t fromLen = sizeof from;
+        ssize_t n = recvfrom(m_fd, packet, 48, 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
+        request.assign(reinterpret_cast<char*>(packet), n > 0 ? n : 0);
+        // T1 a little ahead of the client's T4, so that only the offset decides the seconds.
+        int64_t t1 = nowUs() + 50000;
+        putTime(packet + 24, t1);
+        putTime(packet + 32, t1 + offsetUs);
+        putTime(packet + 40, t1 + offsetUs);
+        if (replyLength > 0)
+            sendto(m_fd, packet, replyLength, 0, reinterpret_cast<sockaddr*>(&from), fromLen);
+    }
+    int m_fd;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+TEST(NtpProbe, ScriptTargetsAndFailures) {
+    auto ctrl = controller("");
+    EXPECT_TRUE(ctrl->pingNetWork(true));
+    EXPECT_EQ(
+        "#!/bin/sh \nping -c 1 -W 2 223.5.5.5 > /dev/null 2>&1 \nif [ $? -eq 0 ];then \n"
+        "exit 0 \nelse \nexit 1 \nfi \n",
+        readFile("/tmp/ping.sh"));
+    EXPECT_TRUE(ctrl->pingNetWork(false));                    // the name server 10.0.0.1
+    writeFile("/etc/resolv.conf", "nameserver 10.0.0.77\n");  // nobody there
+    EXPECT_FALSE(ctrl->pingNetWork(false));
+    EXPECT_NE(std::string::npos, readFile("/tmp/ping.sh").find("ping -c 1 -W 2 10.0.0.77 "));
+    // A planted link must not redirect the script.
+    unlink("/tmp/ping.sh");
+    writeFile("/tmp/victim", "keep");
+    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/ping.sh"));
+    EXPECT_FALSE(ctrl->pingNetWork(true));
+    EXPECT_EQ("keep", readFile("/tmp/victim"));
+    unlink("/tmp/ping.sh");
+    writeFile("/etc/resolv.conf", "nameserver 10.0.0.1\n");
+}
+
+TEST(NtpProbe, ResolverFileRules) {
+    struct Case {
+        const char* text;
+        std::vector<std::string> servers;
+    } cases[] = {
+        {"nameserver 10.0.0.1\n", {"10.0.0.1"}},
+        {"# generated\nsearch panel\nnameserver 10.0.0.1 \nnameserver 01.2.3.4\n",
+         {"10.0.0.1", "01.2.3.4"}},
+        {"# nameserver 10.0.0.1\n", {}},
+        {"nameserver\n", {}},
+        {"nameserver\t10.0.0.1\n", {}},
+        {"  nameserver 10.0.0.1\n", {}},
+        {"nameserver 10.0.0.1\nnameserver ntp.panel.test\n", {}},
+    };
+    for (const Case& c : cases) {
+        writeFile("/etc/resolv.conf", c.text);
+        EXPECT_EQ(c.servers, NtpCtrl::readNameServers()) << c.text;
+    }
+    // A rewrite cut short before its rename is completed by the reader.
+    unlink("/etc/resolv.conf");
+    writeFile("/etc/resolv.conf.tmp", "nameserver 10.0.0.1\n");
+    EXPECT_EQ(std::vector<std::string>{"10.0.0.1"}, NtpCtrl::readNameServers());
+    EXPECT_EQ("nameserver 10.0.0.1\n", readFile("/etc/resolv.conf"));
+    EXPECT_NE(0, access("/etc/resolv.conf.tmp", F_OK));
+    EXPECT_TRUE(NtpCtrl::isIp("01.2.3.4"));
+    for (const char* bad : {"256.1.1.1", "1.2.3", "1.2.3.4.5", " 1.2.3.4", ""})
+        EXPECT_FALSE(NtpCtrl::isIp(bad)) << bad;
+}
+
+TEST(NtpExchange, RequestOffsetsAndTimeZoneFallback) {
+    writeFile("/etc/timezone", "Etc/UTC\n");
+    Responder server;
+    auto ctrl = controller("127.0.0.1");
+    for (auto c : {std::make_pair(3000000, 3), {2900000, 2}, {-2900000, -2}}) {
+        server.offsetUs = c.first;
+        time_t before = time(nullptr);
+        ASSERT_EQ(0, ctrl->execNtp());
+        expectSetTo(before, c.second);
+    }
+    const std::string& req = server.request;
+    ASSERT_EQ(48u, req.size());
+    EXPECT_EQ(std::string("\x1B\0\4\xFA\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0'),
+              req.substr(0, 40));
+    uint32_t seconds = ntohl(*reinterpret_cast<const uint32_t*>(req.data() + 40));
+    EXPECT_NEAR(double(time(nullptr) + 2208988800u), double(seconds), 2.0);
+
+    server.replyLength = 1;  // taken as it stands
+    EXPECT_EQ(0, ctrl->execNtp());
+    // No time zone: 20:30 UTC becomes hour 28 of the same day.
+    unlink("/etc/timezone");
+    server.replyLength = 48;
+    time_t today = time(nullptr) / 86400 * 86400;
+    server.offsetUs = (today + 20 * 3600 + 30 * 60 - time(nullptr)) * int64_t(1000000);
+    ASSERT_EQ(0, ctrl->execNtp());
+    struct tm set = lastSet(), utc;
+    gmtime_r(&today, &utc);
+    EXPECT_EQ(28, set.tm_hour);
+    EXPECT_EQ(utc.tm_mday, set.tm_mday);
+    server.replyLength = 0;  // no answer: one 5-second wait
+    EXPECT_EQ(-10, ctrl->execNtp());
+}
+
+TEST(NtpExchange, RealServerByAddressAndName) {
+    krv_test::NtpServer chrony;
+    ASSERT_TRUE(chrony.ok());
+    writeFile("/etc/timezone", "Etc/UTC\n");
+    for (const char* server : {"10.0.0.1", "ntp.panel.test"}) {
+        auto ctrl = controller(server);
+        time_t before = time(nullptr);
+        ASSERT_EQ(0, ctrl->execNtp()) << server;
+        expectSetTo(before, 0, 1);
+    }
+    unlink("/etc/timezone");
+}
+
+TEST(NtpWorker, TriggersPeriodAndPromptStop) {
+    Responder server;
+    sim::clearJournal();
+    auto ctrl = controller("127.0.0.1", 1);
+    auto syncs = [] { return sim::journal("rtc").size(); };
+    auto settle = [] { usleep(600 * 1000); };  // three passes of the worker
+    ASSERT_TRUE(sim::waitForJournal("rtc", 1, 10000)) << "no start-up synchronisation";
+    settle();
+    size_t count = syncs();
+    ctrl->setNtpServer(1, "127.0.0.2");
+    settle();
+    EXPECT_EQ(count, syncs()) << "a server change alone must not synchronise";
+    ctrl->setNtpFreq(3);
+    EXPECT_TRUE(sim::waitForJournal("rtc", ++count, 10000)) << "period change";
+    ctrl->setNtpMode(0);
+    settle();
+    ctrl->setNtpMode(1);
+    EXPECT_TRUE(sim::waitForJournal("rtc", ++count, 10000)) << "automatic mode entered";
+    settle();
+    EXPECT_EQ(count, syncs());
+    sim::advanceTicks(3 * 3600000LL);
+    EXPECT_TRUE(sim::waitForJournal("rtc", ++count, 10000)) << "period elapsed";
+
+    // A failing RTC keeps the worker retrying; the destructor ends that at once.
+    sim::setRtcResult(-1);
+    ctrl->setNtpFreq(4);
+    EXPECT_TRUE(sim::waitForJournal("rtc", count + 2, 10000)) << "no retries";
+    ctrl.reset();
+    sim::setRtcResult(0);
+}
+
+}  // namespace
