@@ -1,0 +1,31 @@
+# The panel release: install rules, the release bundle and the checks of the driver's binary
+# interface.
+#
+# Only the "panel" component goes into the bundle: the driver with its SONAME links and the
+# reference docs. The simulated runtime and HAL are never shipped; the panel has its own.
+set(KRV_INSTALL_LIBDIR lib)
+set(KRV_INSTALL_DOCDIR share/doc/krvcontrol)
+
+install(TARGETS krvcontrol_armv5
+  LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${KRV_INSTALL_DOCDIR}
+  COMPONENT panel OPTIONAL)
+
+if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
+  set(KRV_PACKAGE_ARCH armel)
+else()
+  set(KRV_PACKAGE_ARCH ${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
+endif()
+set(CPACK_GENERATOR TGZ)
+set(CPACK_PACKAGE_NAME krvcontrol)
+set(CPACK_PACKAGE_VENDOR "krvcontrol")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Panel-control driver for the HMI runtime")
+set(CPACK_PACKAGE_FILE_NAME ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${KRV_PACKAGE_ARCH})
+set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};${PROJECT_NAME};panel;/")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/package)
+include(CPack)
+
+if(KRV_BUILD_TESTS)
+  add_subdirectory(${PROJECT_SOURCE_DIR}/tests/abi ${CMAKE_BINARY_DIR}/tests/abi)
+endif()
