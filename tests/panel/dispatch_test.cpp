@@ -6,6 +6,10 @@
 #include <utime.h>
 #include <unistd.h>
 
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "Sandbox.h"
@@ -105,11 +109,32 @@ TEST(RebootUnmodified, EndsNestedPidNamespace) {
     const std::string preload = std::string("LD_PRELOAD=") + libc.dli_fname;
     char self[4096] = {};
     ASSERT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    // Under a cross build the copy runs through the emulator, which takes the environment
+    // with -E (through env, the preload would reach the emulator itself).
+    std::vector<std::string> words = {"unshare", "--pid", "--fork"};
+    std::istringstream emulator(KRV_TEST_EMULATOR);
+    std::string word;
+    bool emulated = false;
+    while (emulator >> word) {
+        words.push_back(word);
+        emulated = true;
+    }
+    if (!emulated)
+        words.push_back("env");
+    for (const std::string& env : {preload, std::string("KRV_REBOOT_CHILD=1")}) {
+        if (emulated)
+            words.push_back("-E");
+        words.push_back(env);
+    }
+    words.push_back(self);
+    words.push_back("--gtest_filter=RebootUnmodified.*");
+    std::vector<char*> argv;
+    for (std::string& w : words)
+        argv.push_back(&w[0]);
+    argv.push_back(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
-        execlp("unshare", "unshare", "--pid", "--fork", "env", preload.c_str(),
-               "KRV_REBOOT_CHILD=1", self, "--gtest_filter=RebootUnmodified.*",
-               static_cast<char*>(nullptr));
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     int ws = 0;
