@@ -1,7 +1,4 @@
 // Write commands: one value to one channel, and the shared NTP controls.
-#include <climits>
-#include <cmath>
-
 #include <QString>
 
 #include "AppCfgStore.h"
@@ -15,17 +12,9 @@ namespace {
 constexpr int DEV_LONG_CHLTYPE[DEV_CHL_COUNT] = {1, 3, 3, 1, 2, 1, 2, 2, 3, 3,
                                                  2, 1, 1, 1, 1, 3, 3, 3, 3, 3};
 
-// A value text converted and truncated toward zero. Values beyond int saturate: a
-// plain cast of such a double would be undefined.
+// A value text converted and truncated toward zero.
 int truncatedNumber(const CString& text) {
-    const double value = CDevServer::SvrStr2Double(text, text.GetLength(), 0, 0);
-    if (std::isnan(value))
-        return 0;
-    if (value >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (value <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(value);
+    return truncateToInt(CDevServer::SvrStr2Double(text, text.GetLength(), 0, 0));
 }
 
 // NTP number channels take the text as a plain base-10 integer; anything else is 0.

@@ -11,6 +11,7 @@
 
 #include "DevBas.h"
 #include "DevConst.h"
+#include "DevServer.h"
 #include "Logger.h"
 #include "OwnerArchive.h"
 #include "WexaRuntime.h"
@@ -33,17 +34,6 @@ constexpr int kNoDatabase = -3;
 
 // The channel count that every small request is raised to.
 constexpr int kMinMaxChannel = 9;
-
-// Truncation toward zero that saturates instead of overflowing (NaN gives 0).
-int truncateToInt(double value) {
-    if (std::isnan(value))
-        return 0;
-    if (value >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (value <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(value);
-}
 
 void logError(const char* function, int line, const char* what) {
     logger_printf(3, function, "device/krv_ctrl/DevBas", line, 0, LOGGER_LEVEL_ERROR,

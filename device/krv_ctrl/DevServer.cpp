@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -74,6 +75,20 @@ const ConvertRow convert_table[] = {
     {"%f", cstringToFloat, "c string to float number"},
     {"%lf", cstringToDouble, "c string to float number"},
 };
+
+}  // namespace
+
+int truncateToInt(double value) {
+    if (std::isnan(value))
+        return 0;
+    if (value >= static_cast<double>(INT_MAX))
+        return INT_MAX;
+    if (value <= static_cast<double>(INT_MIN))
+        return INT_MIN;
+    return static_cast<int>(value);
+}
+
+namespace {
 
 // Round half away from zero. Out-of-range values saturate the way the panel's
 // conversions do (a positive value through 32-bit unsigned), NaN gives 0.

@@ -14,6 +14,9 @@ public:
     static double SvrStr2Double(CString text, int count, int reserved1, int reserved2);
 };
 
+// Truncation toward zero that saturates at the int limits instead of overflowing (NaN gives 0).
+int truncateToInt(double value);
+
 // Table-driven conversion of a literal; returns the converter's result, or 1
 // when the format is not in the table (out untouched).
 int cstringToNumeric(CString text, CString format, void* out);

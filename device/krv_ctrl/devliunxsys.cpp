@@ -11,6 +11,7 @@
 #include <new>
 
 #include "devliunxsys_internal.h"
+#include "DevServer.h"
 
 // ---------------------------------------------------------------------------
 // ToolsBase
@@ -57,14 +58,7 @@ DATATYPE DevGetParaType(WEXA_DATA& data, const std::string& name) {
 
 // Half away from zero; values beyond the int range saturate instead of being undefined.
 int DevRoundToInt(double value) {
-    if (std::isnan(value))
-        return 0;
-    double rounded = value > 0 ? std::trunc(value + 0.5) : std::trunc(value - 0.5);
-    if (rounded >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (rounded <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(rounded);
+    return truncateToInt(value > 0 ? std::trunc(value + 0.5) : std::trunc(value - 0.5));
 }
 
 }  // namespace
