@@ -46,6 +46,23 @@ std::string sideEffects() {
 class Channels : public ::testing::Test {
 protected:
     void SetUp() override {
+        resetPanel();
+        ASSERT_TRUE(rt.ok()) << rt.error();
+        ASSERT_EQ(rt.start(), 0);
+        std::vector<DATATYPE> types(19, DATATYPE_DOUBLE);
+        for (int e : {1, 2, 8, 9, 15, 16, 17, 18, 19})
+            types[rc(e)] = DATATYPE_STRING;
+        for (int e : {3, 5, 12, 13, 14})
+            types[rc(e)] = DATATYPE_INT;
+        rt.database().defineChannels(types);
+    }
+    void TearDown() override {
+        rt.device().cleanup();
+        // A test stopped half-way may have left /tmp read-only.
+        run("touch /tmp || umount /tmp");
+        rmdir(kLock);
+    }
+    static void resetPanel() {
         sim::reset();
         sim::setLogOutput("-", 0);
         krv_test::removeInterface("eth1");
@@ -61,18 +78,6 @@ protected:
                             "[NTP_PARAM]\nntp_switch=0\nntp_mode=1\nntp_freq=2\n"
                             "ntp_server1=ntp.panel.test\nntp_server2=b\nntp_server3=c\n"
                             "ntp_server4=d\n");
-        ASSERT_TRUE(rt.ok()) << rt.error();
-        ASSERT_EQ(rt.start(), 0);
-        std::vector<DATATYPE> types(19, DATATYPE_DOUBLE);
-        for (int e : {1, 2, 8, 9, 15, 16, 17, 18, 19})
-            types[rc(e)] = DATATYPE_STRING;
-        for (int e : {3, 5, 12, 13, 14})
-            types[rc(e)] = DATATYPE_INT;
-        rt.database().defineChannels(types);
-    }
-    void TearDown() override {
-        rt.device().cleanup();
-        rmdir(kLock);
     }
 
     // Flags 0: only a refresh pushes anything.
@@ -219,27 +224,35 @@ TEST_F(Channels, RejectedWritesLeaveThePanelAlone) {
 }
 
 TEST_F(Channels, WithoutTheLockFileWritesAreDroppedAndOnlyTheNetworkRefreshes) {
-    poll();
-    ASSERT_TRUE(krv_test::removeFile(kLock));
-    ASSERT_EQ(mkdir(kLock, 0755), 0);
-    // Changes by other parts of the panel that a refresh would show.
-    krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\nbacklight_duration=90000\n");
-    krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=654321\n");
-    ASSERT_TRUE(krv_test::addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
-    const std::string before = panelState();
-    for (const char* write : {"1=10.0.0.9", "3=1", "4=100", "5=0", "6=20", "7=5", "8=10.0.1.9",
-                              "10=1", "12=1", "14=5", "15=x", "19=abcdefgh", "3=2"}) {
-        EXPECT_EQ(rt.device().command(std::string("WEXA_WRITE(") + write + ")"), 0) << write;
-    }
-    EXPECT_EQ(panelState(), before);
-    EXPECT_EQ(sideEffects(), "");
-    poll();
-    EXPECT_EQ(pushed(8), "10.0.1.2");
-    EXPECT_EQ(pushed(9), "255.255.255.0");
-    for (const auto& [element, value] :
-         std::vector<std::pair<int, std::string>>{{4, "250"}, {6, "60"}, {19, "123456"}}) {
-        EXPECT_EQ(pushed(element), value) << element;
-        EXPECT_EQ(pushes(element), 2) << element;
+    const struct {
+        const char* breakLock;
+        const char* restore;
+    } ways[] = {
+        {"rm -f /tmp/wexa_app_conf.lck && mkdir /tmp/wexa_app_conf.lck",
+         "rmdir /tmp/wexa_app_conf.lck"},
+        {"rm -f /tmp/wexa_app_conf.lck && mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp",
+         "umount /tmp"},
+    };
+    for (const auto& way : ways) {
+        SCOPED_TRACE(way.breakLock);
+        resetPanel();
+        refresh();
+        // Changes by other parts of the panel that a refresh would show.
+        krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\nbacklight_duration=90000\n");
+        krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=654321\n");
+        ASSERT_TRUE(krv_test::addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
+        ASSERT_EQ(run(way.breakLock).status, 0);
+        const std::string before = panelState();
+        for (const char* write : {"1=10.0.0.9", "3=1", "4=100", "5=0", "6=20", "7=5", "8=10.0.1.9",
+                                  "10=1", "12=1", "14=5", "15=x", "19=abcdefgh", "3=2"}) {
+            EXPECT_EQ(rt.device().command(std::string("WEXA_WRITE(") + write + ")"), 0) << write;
+        }
+        EXPECT_EQ(panelState(), before);
+        EXPECT_EQ(sideEffects(), "");
+        poll();
+        EXPECT_EQ(pushed(8) + " " + pushed(9), "10.0.1.2 255.255.255.0");
+        EXPECT_EQ(pushed(4) + " " + pushed(6) + " " + pushed(19), "250 60 123456");
+        ASSERT_EQ(run(way.restore).status, 0);
     }
 }
 
