@@ -1,0 +1,375 @@
+// Channels as the runtime sees them: what CollectDevData pushes after a refresh, what a
+// WriteChannel changes on the panel (files as another process reads them, interfaces, GUI
+// and buzzer calls), and the NTP controls that share the write path.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "Sandbox.h"
+#include "host/Runtime.h"
+#include "sim/SimPanel.h"
+
+using krv_test::run;
+
+namespace {
+
+const char* const kAppCfg = "/usr/wexa_app/config/wexa_app_conf.ini";
+const char* const kNtpCfg = "/usr/wexa_app/config//ntp_param_cfg.ini";
+const char* const kVncCfg = "/etc/iot_cfg/vncConfig.ini";
+const char* const kLock = "/tmp/wexa_app_conf.lck";
+
+// The driver's element n is the runtime's channel n - 1.
+int rc(int element) {
+    return element - 1;
+}
+
+std::string ipv4(const std::string& ifname) {
+    return run("ip -4 -o addr show dev " + ifname + " | awk '{print $4}'").out;
+}
+
+// Everything a rejected or dropped write must leave alone.
+std::string panelState() {
+    return krv_test::readFile(kAppCfg) + "|" + krv_test::readFile(kNtpCfg) + "|" +
+           krv_test::readFile(kVncCfg) + "|" + run("ip -4 -o addr show").out;
+}
+
+// GUI, buzzer and address calls, oldest first.
+std::string sideEffects() {
+    std::string out;
+    for (const sim::JournalEntry& e : sim::journal())
+        if (e.kind == "gui" || e.kind == "beep" || e.kind == "net")
+            out += e.text + ";";
+    return out;
+}
+
+class Channels : public ::testing::Test {
+protected:
+    void SetUp() override {
+        resetPanel();
+        ASSERT_TRUE(rt.ok()) << rt.error();
+        ASSERT_EQ(rt.start(), 0);
+        std::vector<DATATYPE> types(19, DATATYPE_DOUBLE);
+        for (int e : {1, 2, 8, 9, 15, 16, 17, 18, 19})
+            types[rc(e)] = DATATYPE_STRING;
+        for (int e : {3, 5, 12, 13, 14})
+            types[rc(e)] = DATATYPE_INT;
+        rt.database().defineChannels(types);
+    }
+    void TearDown() override {
+        rt.device().cleanup();
+        // A test stopped half-way may have left /tmp read-only.
+        run("touch /tmp || umount /tmp");
+        rmdir(kLock);
+    }
+    static void resetPanel() {
+        sim::reset();
+        sim::setLogOutput("-", 0);
+        krv_test::removeInterface("eth1");
+        krv_test::removeInterface("eth2");
+        run("ip addr flush dev eth0 && ip addr add 10.0.0.2/24 dev eth0 && "
+            "ip route replace default via 10.0.0.1");
+        rmdir(kLock);
+        krv_test::writeFile(kAppCfg,
+                            "[DEVICE]\nbuzz_duration=250\nbacklight_status=1\n"
+                            "backlight_duration=60000\n");
+        krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=123456\n");
+        krv_test::writeFile(kNtpCfg,
+                            "[NTP_PARAM]\nntp_switch=0\nntp_mode=1\nntp_freq=2\n"
+                            "ntp_server1=ntp.panel.test\nntp_server2=b\nntp_server3=c\n"
+                            "ntp_server4=d\n");
+    }
+
+    // Flags 0: only a refresh pushes anything.
+    int poll(int count = 19) { return rt.device().collect(std::vector<int>(count, 0)); }
+    // Asks for a refresh, then polls.
+    void refresh(int count = 19) {
+        ASSERT_EQ(rt.device().command("REFLESH()"), 0);
+        poll(count);
+    }
+    std::string pushed(int element) { return rt.database().channel(rc(element))->toString(); }
+    int pushes(int element) { return rt.database().channel(rc(element))->pushes; }
+    int write(int element, DATATYPE type, const std::string& value) {
+        switch (type) {
+            case DATATYPE_INT:
+                return rt.device().writeInt(rc(element), std::stoi(value));
+            case DATATYPE_DOUBLE:
+                return rt.device().writeDouble(rc(element), std::stod(value));
+            default:
+                return rt.device().writeText(rc(element), value);
+        }
+    }
+
+    host::Runtime rt{KRV_DRIVER_PATH};
+};
+
+TEST_F(Channels, FullCycleRefreshesPushesWritesAndRefreshesAgain) {
+    poll();
+    const std::vector<std::pair<int, std::string>> first = {{1, "10.0.0.2"}, {2, "255.255.255.0"},
+                                                            {3, "1"},        {4, "250"},
+                                                            {5, "1"},        {6, "60"},
+                                                            {8, ""},         {9, ""},
+                                                            {12, "0"},       {13, "1"},
+                                                            {14, "2"},       {15, "ntp.panel.test"},
+                                                            {18, "d"},       {19, "123456"}};
+    for (const auto& [element, value] : first)
+        EXPECT_EQ(pushed(element), value) << element;
+    const double cpu = rt.database().channel(rc(10))->doubleValue;
+    EXPECT_TRUE(cpu >= 0.0 && cpu <= 1.0) << cpu;
+    EXPECT_GT(rt.database().channel(rc(11))->doubleValue, 0.0);
+    for (int element = 1; element <= 19; ++element)
+        EXPECT_EQ(pushes(element), 1) << element;
+
+    // Without a write or a refresh request the cache is served, even to flags asking for
+    // pushes: a change made by another process is not seen yet.
+    krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\n");
+    poll();
+    EXPECT_EQ(rt.device().collect(std::vector<int>(19, 3)), 0);
+    EXPECT_EQ(pushed(4), "250");
+
+    EXPECT_EQ(rt.device().writeInt(rc(5), 0), 0);
+    EXPECT_EQ(run("grep -c '^backlight_status=0$' " + std::string(kAppCfg)).out, "1\n");
+    poll();
+    EXPECT_EQ(pushed(5), "0");
+    EXPECT_EQ(pushed(4), "0");
+    EXPECT_EQ(pushed(3), "0");
+    EXPECT_EQ(pushes(5), 3);
+}
+
+TEST_F(Channels, EveryKindOfWriteReachesThePanelAndTheNextPoll) {
+    const struct {
+        int element;
+        DATATYPE type;
+        const char* value;
+        int result;
+        const char* after;  // pushed by the next poll, null: not checked
+        const char* probe;  // shell command reading the panel state
+        const char* seen;
+        const char* calls;  // GUI, buzzer and address calls
+    } cases[] = {
+        {1, DATATYPE_STRING, "10.0.0.7", 0, "10.0.0.7",
+         "ip -4 -o addr show dev eth0 | awk '{print $4}'", "10.0.0.7/24\n",
+         "hal_set_ip_addr(eth0,10.0.0.7,255.255.255.0);"},
+        {2, DATATYPE_STRING, "255.255.0.0", 0, "255.255.0.0",
+         "ip -4 -o addr show dev eth0 | awk '{print $4}'", "10.0.0.7/16\n",
+         "hal_set_ip_addr(eth0,10.0.0.7,255.255.0.0);"},
+        {3, DATATYPE_INT, "1", 0, "1",
+         "grep ^buzz_duration= /usr/wexa_app/config/wexa_app_conf.ini", "buzz_duration=30\n",
+         "__gui_get_buzzing_time(1);__gui_get_buzzing_time(0);"},
+        {3, DATATYPE_INT, "0", 0, "0",
+         "grep ^buzz_duration= /usr/wexa_app/config/wexa_app_conf.ini", "buzz_duration=0\n",
+         "__gui_get_buzzing_time(1);__gui_get_buzzing_time(0);"},
+        {4, DATATYPE_DOUBLE, "6500", 0, "6500",
+         "grep ^buzz_duration= /usr/wexa_app/config/wexa_app_conf.ini", "buzz_duration=6500\n",
+         "__gui_get_buzzing_time(1);__gui_get_buzzing_time(0);"},
+        {5, DATATYPE_INT, "0", 0, "0",
+         "grep ^backlight_status= /usr/wexa_app/config/wexa_app_conf.ini", "backlight_status=0\n",
+         "__gui_get_lcdlight_status(1);__gui_reset_lcdlight_timer();"},
+        {6, DATATYPE_DOUBLE, "15", 0, "15",
+         "grep ^backlight_duration= /usr/wexa_app/config/wexa_app_conf.ini",
+         "backlight_duration=15000\n", "__gui_get_lcdlight_time(1);__gui_reset_lcdlight_timer();"},
+        {7, DATATYPE_INT, "40", 0, "0", "true", "", "Wexa_Beep(900,40);"},
+        {10, DATATYPE_DOUBLE, "1", 1, nullptr, "true", "", ""},
+        {14, DATATYPE_INT, "5", 0, "5", "grep ^ntp_freq= /usr/wexa_app/config/ntp_param_cfg.ini",
+         "ntp_freq=5\n", ""},
+        {13, DATATYPE_DOUBLE, "1", 0, "0", "grep ^ntp_mode= /usr/wexa_app/config/ntp_param_cfg.ini",
+         "ntp_mode=0\n", ""},
+        {16, DATATYPE_STRING, "10.0.0.1", 0, "10.0.0.1",
+         "grep ^ntp_server2= /usr/wexa_app/config/ntp_param_cfg.ini", "ntp_server2=10.0.0.1\n", ""},
+        {19, DATATYPE_STRING, "abcdef12", 0, "abcdef12", "cat /etc/iot_cfg/vncConfig.ini",
+         "[VNCCONFIG]\npasswd=abcdef12\n", ""},
+    };
+    poll();
+    for (const auto& c : cases) {
+        const std::string label = std::to_string(c.element) + "=" + c.value;
+        sim::clearJournal();
+        EXPECT_EQ(write(c.element, c.type, c.value), c.result) << label;
+        EXPECT_EQ(run(c.probe).out, c.seen) << label;
+        EXPECT_EQ(sideEffects(), c.calls) << label;
+        const int before = pushes(c.element);
+        poll();
+        EXPECT_EQ(pushes(c.element), before + 1) << label;
+        if (c.after) {
+            EXPECT_EQ(pushed(c.element), c.after) << label;
+        }
+    }
+}
+
+TEST_F(Channels, RejectedWritesLeaveThePanelAlone) {
+    const struct {
+        const char* write;
+        int result;
+    } cases[] = {
+        {"3=2", 4},           {"4=6501", 4},     {"4=-1", 4},
+        {"6=14", 4},          {"6=1801", 4},     {"7=-1", 4},
+        {"1=300.1.1.1", 4},   {"2=10.0.0.1", 4}, {"8=192.168.1.10", 8},
+        {"9=255.255.0.0", 8}, {"12=2", 4},       {"13=-1", 4},
+        {"14=25", 4},         {"14=3.9", 4},     {"19=abc", 4},
+        {"10=1", 1},          {"11=1", 1},       {"0=5", 0},
+        {"25=1", 0},          {"5", 1},
+    };
+    poll();
+    const std::string before = panelState();
+    for (const auto& c : cases) {
+        EXPECT_EQ(rt.device().command(std::string("WEXA_WRITE(") + c.write + ")"), c.result)
+            << c.write;
+    }
+    sim::setNetworkResult(-1);
+    EXPECT_EQ(rt.device().command("WEXA_WRITE(1=10.0.0.9)"), 6);
+    sim::setNetworkResult(0);
+    sim::setIpAddrResult(-1);
+    EXPECT_EQ(rt.device().command("WEXA_WRITE(1=10.0.0.9)"), 7);
+    EXPECT_EQ(panelState(), before);
+    EXPECT_EQ(sideEffects(), "hal_set_ip_addr(eth0,10.0.0.9,255.255.255.0);");
+}
+
+TEST_F(Channels, WithoutTheLockFileWritesAreDroppedAndOnlyTheNetworkRefreshes) {
+    const struct {
+        const char* breakLock;
+        const char* restore;
+    } ways[] = {
+        {"rm -f /tmp/wexa_app_conf.lck && mkdir /tmp/wexa_app_conf.lck",
+         "rmdir /tmp/wexa_app_conf.lck"},
+        {"rm -f /tmp/wexa_app_conf.lck && mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp",
+         "umount /tmp"},
+    };
+    for (const auto& way : ways) {
+        SCOPED_TRACE(way.breakLock);
+        resetPanel();
+        refresh();
+        // Changes by other parts of the panel that a refresh would show.
+        krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\nbacklight_duration=90000\n");
+        krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=654321\n");
+        ASSERT_TRUE(krv_test::addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
+        ASSERT_EQ(run(way.breakLock).status, 0);
+        const std::string before = panelState();
+        for (const char* write : {"1=10.0.0.9", "3=1", "4=100", "5=0", "6=20", "7=5", "8=10.0.1.9",
+                                  "10=1", "12=1", "14=5", "15=x", "19=abcdefgh", "3=2"}) {
+            EXPECT_EQ(rt.device().command(std::string("WEXA_WRITE(") + write + ")"), 0) << write;
+        }
+        EXPECT_EQ(panelState(), before);
+        EXPECT_EQ(sideEffects(), "");
+        poll();
+        EXPECT_EQ(pushed(8) + " " + pushed(9), "10.0.1.2 255.255.255.0");
+        EXPECT_EQ(pushed(4) + " " + pushed(6) + " " + pushed(19), "250 60 123456");
+        ASSERT_EQ(run(way.restore).status, 0);
+    }
+}
+
+TEST_F(Channels, NetworkChannelsFollowTheInterfaceCount) {
+    poll();
+    ASSERT_TRUE(krv_test::addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
+    refresh();
+    EXPECT_EQ(pushed(8) + " " + pushed(9), "10.0.1.2 255.255.255.0");
+    EXPECT_EQ(write(9, DATATYPE_STRING, "255.255.0.0"), 0);
+    EXPECT_EQ(ipv4("eth1"), "10.0.1.2/16\n");
+    poll();
+    EXPECT_EQ(pushed(9), "255.255.0.0");
+
+    // Three interfaces: the address channels keep what they showed.
+    ASSERT_TRUE(krv_test::addInterface("eth2", "10.0.2.2/24", "10.0.2.1/24"));
+    run("ip addr flush dev eth1 && ip addr add 10.0.1.5/24 dev eth1");
+    const struct {
+        const char* step;
+        const char* shown;  // elements 1, 2, 8, 9
+    } steps[] = {
+        {"", "10.0.0.2 255.255.255.0 10.0.1.2 255.255.0.0"},
+        {"ip link del eth2", "10.0.0.2 255.255.255.0 10.0.1.5 255.255.255.0"},
+        {"ip link del eth1", "10.0.0.2 255.255.255.0  "},
+    };
+    for (const auto& s : steps) {
+        run(s.step);
+        refresh();
+        EXPECT_EQ(pushed(1) + " " + pushed(2) + " " + pushed(8) + " " + pushed(9), s.shown)
+            << s.step;
+    }
+
+    // A HAL that cannot list the interfaces leaves them alone; the rest still refreshes.
+    run("ip addr flush dev eth0 && ip addr add 10.0.0.3/24 dev eth0");
+    krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
+    sim::setNetworkResult(-1);
+    refresh();
+    EXPECT_EQ(pushed(1) + " " + pushed(4), "10.0.0.2 77");
+}
+
+TEST_F(Channels, StoredSettingsAsTheRefreshReadsThem) {
+    const struct {
+        const char* stored;  // section DEVICE; null: no file at all
+        const char* shown;   // elements 3, 4, 5, 6
+    } cases[] = {
+        {"buzz_duration=false\nbacklight_status=TRUE\nbacklight_duration=1999", "0 0 1 1"},
+        {"buzz_duration=6500\nbacklight_status=false\nbacklight_duration=-1500", "1 6500 0 -1"},
+        // A missing key reads as the empty text; only the switch then keeps its value.
+        {"backlight_status=true", "0 0 1 0"},
+        {"buzz_duration=12ms\nbacklight_status=0\nbacklight_duration=x", "0 0 0 0"},
+        {"buzz_duration=-30\nbacklight_status=1\nbacklight_duration=15000", "1 -30 1 15"},
+        {nullptr, "0 0 1 0"},
+    };
+    poll();
+    for (const auto& c : cases) {
+        if (c.stored)
+            krv_test::writeFile(kAppCfg, std::string("[DEVICE]\n") + c.stored + "\n");
+        else
+            krv_test::removeFile(kAppCfg);
+        refresh();
+        EXPECT_EQ(pushed(3) + " " + pushed(4) + " " + pushed(5) + " " + pushed(6), c.shown)
+            << (c.stored ? c.stored : "no file");
+    }
+}
+
+TEST_F(Channels, ShortArraysAreFilledOnlyAsFarAsTheyReach) {
+    poll(10);  // elements 0 to 10
+    EXPECT_EQ(pushes(10), 1);
+    EXPECT_EQ(rt.database().channel(rc(10))->pushedType, DATATYPE_DOUBLE);
+    EXPECT_EQ(pushes(11), 0);
+    EXPECT_EQ(pushes(12), 0);
+    refresh(12);  // elements 0 to 12
+    EXPECT_EQ(pushes(11), 1);
+    EXPECT_EQ(pushed(12), "0");
+    EXPECT_EQ(pushes(13), 0);
+    EXPECT_EQ(pushes(19), 0);
+}
+
+TEST_F(Channels, NtpControlsAndPlainIntegerChannels) {
+    rt.database().defineInt("N", 7);
+    rt.database().defineText("Txt", "3");
+    const struct {
+        const char* command;
+        int result;
+        int status;        // of St; -1: untouched
+        const char* file;  // the key as the NTP settings file holds it afterwards
+    } cases[] = {
+        {"EnableNTP(5)", 0, -1, "ntp_switch=0"},
+        {"EnableNTP(5,St)", 0, 4, "ntp_switch=0"},
+        {"SetNTPFreq(a,b,c)", 5, -1, "ntp_freq=2"},
+        {"SetNTPFreq(Txt,St)", 4, 4, "ntp_freq=2"},
+        {"SetNTPFreq(N,St)", 0, 0, "ntp_freq=7"},
+        {"SetNTPFreq(25,St)", 0, 4, "ntp_freq=7"},
+        {"SetNTPMode(0)", 0, -1, "ntp_mode=0"},
+        {"EnableNTP(1,St)", 0, 0, "ntp_switch=1"},
+        {"WEXA_WRITE(14= 12 )", 0, -1, "ntp_freq=12"},
+        {"WEXA_WRITE(14=3.9)", 4, -1, "ntp_freq=12"},
+        {"WEXA_WRITE(15=)", 0, -1, "ntp_server1="},
+        {"WEXA_WRITE(12=1.0)", 0, -1, "ntp_switch=0"},
+        {"WEXA_WRITE( 5.9 = 0 )", 0, -1, "ntp_switch=0"},
+    };
+    for (const auto& c : cases) {
+        rt.database().defineInt("St", -1);
+        EXPECT_EQ(rt.device().command(c.command), c.result) << c.command;
+        EXPECT_EQ(rt.database().variable("St")->intValue, c.status) << c.command;
+        const std::string key = std::string(c.file).substr(0, std::string(c.file).find('='));
+        EXPECT_EQ(run("grep ^" + key + "= " + kNtpCfg).out, std::string(c.file) + "\n")
+            << c.command;
+    }
+    // The last write went to element 5: the channel number is truncated, not rounded.
+    EXPECT_EQ(run(std::string("grep ^backlight_status= ") + kAppCfg).out, "backlight_status=0\n");
+
+    // The runtime's own double write formats "1.000000", which is no plain integer: NTP off.
+    EXPECT_EQ(rt.device().command("EnableNTP(1)"), 0);
+    EXPECT_EQ(rt.device().writeDouble(rc(12), 1.0), 0);
+    EXPECT_EQ(run(std::string("grep ^ntp_switch= ") + kNtpCfg).out, "ntp_switch=0\n");
+    poll();
+    EXPECT_EQ(pushed(12) + " " + pushed(13) + " " + pushed(14) + " " + pushed(15), "0 0 12 ");
+}
+
+}  // namespace
