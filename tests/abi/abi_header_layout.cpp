@@ -1,25 +1,25 @@
-// The per-device record as the runtime's header lays it out, for comparison with the caller's
-// own copy in abi_caller.cpp.
+// The per-device record as the runtime's header lays it out must match krv-abi-check's own copy:
+// checked while building, so a drift in either stops the build.
 #include <cstddef>
 
+#include "RuntimeSide.h"
 #include "WexaData.h"
 
-extern "C" const std::size_t* krv_header_record_layout() {
-    static const std::size_t layout[] = {
-        offsetof(WEXA_DATA, strDevName),
-        offsetof(WEXA_DATA, strReserved),
-        offsetof(WEXA_DATA, nReserved0),
-        offsetof(WEXA_DATA, pArchive),
-        offsetof(WEXA_DATA, pDevBas),
-        offsetof(WEXA_DATA, nCommState),
-        offsetof(WEXA_DATA, pCommunication),
-        offsetof(WEXA_DATA, pRtdbByName),
-        offsetof(WEXA_DATA, nReserved1),
-        offsetof(WEXA_DATA, SetParamValue_Fun),
-        offsetof(WEXA_DATA, GetParamValue_Fun),
-        offsetof(WEXA_DATA, GetParamType_Fun),
-        offsetof(WEXA_DATA, pRtdb),
-        sizeof(WEXA_DATA),
-    };
-    return layout;
-}
+using runtime_side::Record;
+
+#define KRV_SAME_OFFSET(mine, header) \
+    static_assert(offsetof(Record, mine) == offsetof(WEXA_DATA, header), #header " moved")
+KRV_SAME_OFFSET(name, strDevName);
+KRV_SAME_OFFSET(second, strReserved);
+KRV_SAME_OFFSET(word0, nReserved0);
+KRV_SAME_OFFSET(archive, pArchive);
+KRV_SAME_OFFSET(logic, pDevBas);
+KRV_SAME_OFFSET(commState, nCommState);
+KRV_SAME_OFFSET(comm, pCommunication);
+KRV_SAME_OFFSET(rtdbByName, pRtdbByName);
+KRV_SAME_OFFSET(word1, nReserved1);
+KRV_SAME_OFFSET(setParam, SetParamValue_Fun);
+KRV_SAME_OFFSET(getParam, GetParamValue_Fun);
+KRV_SAME_OFFSET(getType, GetParamType_Fun);
+KRV_SAME_OFFSET(rtdb, pRtdb);
+static_assert(sizeof(Record) == sizeof(WEXA_DATA), "record size differs");
