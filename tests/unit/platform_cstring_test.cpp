@@ -7,82 +7,59 @@
 
 namespace {
 
-struct Slice {
-    const char* call;
-    CString result;
-    const char* expected;
-};
-
 TEST(PlatformCString, OutOfRangeArgumentsAreClamped) {
-    const CString s("abcdef");
-    const Slice cases[] = {
-        {"Mid(2,3)", s.Mid(2, 3), "cde"},   {"Mid(-2,3)", s.Mid(-2, 3), "abc"},
-        {"Mid(4,10)", s.Mid(4, 10), "ef"},  {"Mid(10,2)", s.Mid(10, 2), ""},
-        {"Mid(2,-1)", s.Mid(2, -1), ""},    {"Mid(-1)", s.Mid(-1), "abcdef"},
-        {"Mid(3)", s.Mid(3), "def"},        {"Mid(7)", s.Mid(7), ""},
-        {"Left(-1)", s.Left(-1), ""},       {"Left(3)", s.Left(3), "abc"},
-        {"Left(99)", s.Left(99), "abcdef"}, {"Right(2)", s.Right(2), "ef"},
-        {"Right(-1)", s.Right(-1), ""},     {"Right(99)", s.Right(99), "abcdef"},
+    const CString s("abcdef"), commas("a,b,c"), zero("ab\0cd", 5);
+    const struct {
+        const char* call;
+        std::string result;
+        const char* expected;
+    } cases[] = {
+        {"Mid(2,3)", s.Mid(2, 3).GetString(), "cde"},
+        {"Mid(-2,3)", s.Mid(-2, 3).GetString(), "abc"},
+        {"Mid(4,10)", s.Mid(4, 10).GetString(), "ef"},
+        {"Mid(10,2)", s.Mid(10, 2).GetString(), ""},
+        {"Mid(2,-1)", s.Mid(2, -1).GetString(), ""},
+        {"Mid(-1)", s.Mid(-1).GetString(), "abcdef"},
+        {"Mid(7)", s.Mid(7).GetString(), ""},
+        {"Left(-1)", s.Left(-1).GetString(), ""},
+        {"Left(99)", s.Left(99).GetString(), "abcdef"},
+        {"Right(2)", s.Right(2).GetString(), "ef"},
+        {"Right(-1)", s.Right(-1).GetString(), ""},
+        {"Find(',',2)", std::to_string(commas.Find(',', 2)), "3"},
+        {"Find(',',-1)", std::to_string(commas.Find(',', -1)), "-1"},
+        {"Find(',',99)", std::to_string(commas.Find(',', 99)), "-1"},
+        {"Find(\"b,c\",3)", std::to_string(commas.Find("b,c", 3)), "-1"},
+        {"Find(\"\",5)", std::to_string(commas.Find("", 5)), "5"},
+        {"Find(\"\",6)", std::to_string(commas.Find("", 6)), "-1"},
+        {"ReverseFind(',')", std::to_string(commas.ReverseFind(',')), "3"},
+        {"Find past a zero", std::to_string(zero.Find('c')), "-1"},  // searches stop there
+        {"GetLength with a zero", std::to_string(zero.GetLength()), "5"},
     };
-    for (const Slice& c : cases)
-        EXPECT_STREQ(c.expected, c.result.GetString()) << c.call;
+    for (const auto& c : cases)
+        EXPECT_EQ(c.expected, c.result) << c.call;
 }
 
-TEST(PlatformCString, FindSearchesFromStartAndStopsAtTheFirstZero) {
-    const CString s("a,b,c");
-    EXPECT_EQ(1, s.Find(','));
-    EXPECT_EQ(3, s.Find(',', 2));
-    EXPECT_EQ(-1, s.Find(',', 4));
-    EXPECT_EQ(-1, s.Find(',', -1));
-    EXPECT_EQ(-1, s.Find(',', 99));
-    EXPECT_EQ(2, s.Find("b,c"));
-    EXPECT_EQ(-1, s.Find("b,c", 3));
-    EXPECT_EQ(5, s.Find("", 5));
-    EXPECT_EQ(-1, s.Find("", 6));
-    EXPECT_EQ(3, s.ReverseFind(','));
-    const CString zero("ab\0cd", 5);
-    EXPECT_EQ(5, zero.GetLength());
-    EXPECT_EQ(-1, zero.Find('c'));
-    EXPECT_EQ(-1, zero.Find("cd"));
-}
-
-TEST(PlatformCString, TrimRemovesEveryKindOfWhiteSpace) {
-    CString s(" \t\r\n\v\fx y \n");
+TEST(PlatformCString, TrimFormatAndCompare) {
+    CString s(" \t\r\n\v\fx y \n"), left("  a  "), stars("**a*b**"), blank(" \t ");
     EXPECT_STREQ("x y", s.Trim().GetString());
-    CString left("  a  "), right("  a  "), stars("**a*b**");
     EXPECT_STREQ("a  ", left.TrimLeft().GetString());
-    EXPECT_STREQ("  a", right.TrimRight().GetString());
     EXPECT_STREQ("a*b", stars.Trim('*').GetString());
-    CString blank(" \t ");
     EXPECT_TRUE(blank.Trim().IsEmpty());
-}
 
-TEST(PlatformCString, FormatBuildsAsideAndHasNoLengthLimit) {
-    CString s("abc");
-    s.Format("%s%s", s.GetString(), "d");
-    EXPECT_STREQ("abcd", s.GetString());
-    s.Format("WEXA_WRITE(%d=%lf)", 5, 1.5);
-    EXPECT_STREQ("WEXA_WRITE(5=1.500000)", s.GetString());
-    s.AppendFormat("-%03d", 7);
-    EXPECT_STREQ("WEXA_WRITE(5=1.500000)-007", s.GetString());
-    const std::string big(5000, 'x');
-    s.Format("<%s>", big.c_str());
-    EXPECT_EQ(5002, s.GetLength());
-}
+    CString f("abc");
+    f.Format("%s%s", f.GetString(), "d");  // built aside: the argument may be the string itself
+    EXPECT_STREQ("abcd", f.GetString());
+    f.AppendFormat("-%03d", 7);
+    EXPECT_STREQ("abcd-007", f.GetString());
+    f.Format("<%s>", std::string(5000, 'x').c_str());  // no length limit
+    EXPECT_EQ(5002, f.GetLength());
 
-TEST(PlatformCString, CompareNoCaseIgnoresOnlyCase) {
-    const CString s("ExecNTP");
-    EXPECT_EQ(0, s.CompareNoCase("EXECNTP"));
-    EXPECT_NE(0, s.Compare("EXECNTP"));
+    EXPECT_EQ(0, CString("ExecNTP").CompareNoCase("EXECNTP"));
     EXPECT_LT(CString("abc").CompareNoCase("ABD"), 0);
-    EXPECT_GT(CString("b").CompareNoCase("A"), 0);
-    EXPECT_NE(0, s.CompareNoCase("ExecNTP "));
-}
-
-TEST(PlatformCString, DeleteClampsANegativeIndexToTheStart) {
-    CString s("abcdef");
-    EXPECT_EQ(3, s.Delete(-2, 3));
-    EXPECT_STREQ("def", s.GetString());
+    EXPECT_NE(0, CString("ExecNTP").CompareNoCase("ExecNTP "));
+    CString d("abcdef");
+    EXPECT_EQ(3, d.Delete(-2, 3));  // a negative index counts from the start
+    EXPECT_STREQ("def", d.GetString());
 }
 
 }  // namespace
