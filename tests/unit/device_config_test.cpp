@@ -7,7 +7,6 @@
 #include "DevBas.h"
 #include "DevCtrl.h"
 #include "OwnerArchive.h"
-#include "host/Communication.h"
 
 TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
     struct Case {
@@ -55,7 +54,7 @@ TEST(DeviceConfig, ArchiveModesAndBounds) {
     EXPECT_EQ(ar.GetPosition(), 3);
 }
 
-TEST(DeviceConfig, LifeCycleAndInvertedCommunicationState) {
+TEST(DeviceConfig, LifeCycle) {
     CDevCtrl dev("dev", nullptr);
     const unsigned char first[] = {0x01, 0, 0, 0, 0x2A, 0, 0, 0};
     const unsigned char second[] = {0x01, 0, 0, 0, 0x63, 0, 0, 0};
@@ -68,11 +67,5 @@ TEST(DeviceConfig, LifeCycleAndInvertedCommunicationState) {
     EXPECT_EQ(bas->m_params[0], 42);
     EXPECT_EQ(dev.CleanupDevice(), 0);
     EXPECT_EQ(dev.GetRecord().pDevBas, nullptr);
-
-    for (const int link : {1, 2, 5}) {
-        host::Communication comm(link);
-        EXPECT_EQ(dev.UpdataCommunication(&comm), link == 5 ? DEVCTRL_BAD_ARGUMENT : 0);
-        EXPECT_EQ(dev.GetRecord().nCommState, link == 5 ? 1 : 3 - link) << link;
-        EXPECT_EQ(dev.GetRecord().pCommunication, &comm);
-    }
+    EXPECT_EQ(dev.CleanupDevice(), 0);
 }

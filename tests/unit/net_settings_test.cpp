@@ -1,5 +1,5 @@
-// Address validation, interface changes through the HAL, the remote-view password and list
-// splitting.
+// Address validation, list splitting and the remote-view password file (interface changes are
+// checked through the channel writes).
 #include <sys/stat.h>
 #include <utime.h>
 
@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "DevBas.h"
-#include "Sandbox.h"
 #include "sim/SimPanel.h"
 
 namespace {
@@ -38,22 +37,6 @@ TEST(NetText, AddressesMasksAndLists) {
     EXPECT_EQ(CDevBas::splitString(" a , b ,", ',', items), 1);
     EXPECT_EQ(CDevBas::splitString(nullptr, ',', items), 0);
     EXPECT_EQ(items, (std::vector<ZU::utils::String>{"a", "b", "", ""}));
-}
-
-TEST_F(Net, AddressChangeReachesTheInterface) {
-    EXPECT_EQ(CDevBas::changeAddress(DEV_CHL_IP1, "300.1.1.1"), -4);
-    EXPECT_EQ(CDevBas::changeAddress(DEV_CHL_IP1, "10.0.0.7"), 0);
-    EXPECT_EQ(CDevBas::changeAddress(DEV_CHL_MASK1, "255.255.0.0"), 0);
-    const std::string ip = krv_test::run("ip -4 -o addr show dev eth0").out;
-    EXPECT_NE(ip.find("inet 10.0.0.7/16"), std::string::npos) << ip;
-
-    sim::clearJournal();
-    EXPECT_EQ(CDevBas::changeAddress(DEV_CHL_IP2, "10.0.1.5"), -8);
-    EXPECT_TRUE(sim::journal("net").empty());  // the HAL was not asked to change anything
-    sim::setIpAddrResult(-1);
-    EXPECT_EQ(CDevBas::changeAddress(DEV_CHL_MASK1, "255.255.255.0"), -7);
-    sim::setNetworkResult(-1);
-    EXPECT_EQ(CDevBas::changeAddress(DEV_CHL_IP1, "10.0.0.8"), -6);
 }
 
 TEST_F(Net, VncPasswordWrittenOnlyWhenChangedAndNeverCreated) {
