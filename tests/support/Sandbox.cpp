@@ -40,13 +40,11 @@ bool onlyListingTests() {
 
 struct SandboxGuard {
     SandboxGuard() {
-        if (inSandbox() || onlyListingTests()) {
+        if (inSandbox() || onlyListingTests())
             return;
-        }
         std::fprintf(stderr,
-                     "\n*** This test changes the panel's system files and network and runs only "
-                     "inside the panel sandbox:\n***   sandbox/panel-sandbox --bind <source> "
-                     "--bind <build> -- <test>\n\n");
+                     "\n*** Runs only inside the panel sandbox: sandbox/panel-sandbox "
+                     "--bind <source> --bind <build> -- <test>\n\n");
         std::_Exit(2);
     }
 };
@@ -55,9 +53,8 @@ const SandboxGuard guard;
 bool makeParents(const std::string& path) {
     for (size_t slash = path.find('/', 1); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
-        if (mkdir(path.substr(0, slash).c_str(), 0755) != 0 && errno != EEXIST) {
+        if (mkdir(path.substr(0, slash).c_str(), 0755) != 0 && errno != EEXIST)
             return false;
-        }
     }
     return true;
 }
@@ -66,9 +63,8 @@ bool waitFor(int timeoutMs, const std::function<bool()>& done) {
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!done()) {
-        if (Clock::now() >= end) {
+        if (Clock::now() >= end)
             return false;
-        }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
@@ -87,9 +83,8 @@ bool reap(pid_t pid, int timeoutMs) {
 
 bool inSandbox() {
     const char* flag = std::getenv("KRV_IN_SANDBOX");
-    if (flag == nullptr || std::strcmp(flag, "1") != 0 || geteuid() != 0) {
+    if (flag == nullptr || std::strcmp(flag, "1") != 0 || geteuid() != 0)
         return false;
-    }
     // The initial user namespace maps every id to itself; the sandbox maps root to one host uid.
     std::istringstream map(readFile("/proc/self/uid_map"));
     unsigned long inside = 0, outside = 0, count = 0;
@@ -98,9 +93,8 @@ bool inSandbox() {
 }
 
 bool writeFile(const std::string& path, const std::string& contents) {
-    if (!makeParents(path)) {
+    if (!makeParents(path))
         return false;
-    }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << contents;
     out.close();
@@ -127,14 +121,12 @@ CommandResult run(const std::string& command) {
     CommandResult result;
     std::fflush(nullptr);
     FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
+    if (pipe == nullptr)
         return result;
-    }
     char buffer[4096];
     size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
         result.out.append(buffer, n);
-    }
     int status = pclose(pipe);
     result.status = (status != -1 && WIFEXITED(status)) ? WEXITSTATUS(status) : -1;
     return result;
@@ -142,9 +134,8 @@ CommandResult run(const std::string& command) {
 
 std::string shellQuote(const std::string& text) {
     std::string quoted = "'";
-    for (char c : text) {
+    for (char c : text)
         quoted += (c == '\'') ? std::string("'\\''") : std::string(1, c);
-    }
     return quoted + "'";
 }
 
@@ -170,9 +161,8 @@ bool removeInterface(const std::string& name) {
 std::vector<std::string> shimCalls() {
     std::vector<std::string> lines;
     std::istringstream log(readFile(kCallLog));
-    for (std::string line; std::getline(log, line);) {
+    for (std::string line; std::getline(log, line);)
         lines.push_back(line);
-    }
     return lines;
 }
 
@@ -183,9 +173,8 @@ void clearShimCalls() {
 BoundFile::BoundFile(const std::string& target, const std::string& contents) : target_(target) {
     char source[] = "/tmp/krv-bound-XXXXXX";
     int fd = mkstemp(source);
-    if (fd < 0) {
+    if (fd < 0)
         return;
-    }
     bool written = fchmod(fd, 0644) == 0 && write(fd, contents.data(), contents.size()) ==
                                                 static_cast<ssize_t>(contents.size());
     close(fd);
@@ -195,22 +184,19 @@ BoundFile::BoundFile(const std::string& target, const std::string& contents) : t
 }
 
 BoundFile::~BoundFile() {
-    if (bound_ && umount2(target_.c_str(), 0) != 0) {
+    if (bound_ && umount2(target_.c_str(), 0) != 0)
         umount2(target_.c_str(), MNT_DETACH);
-    }
 }
 
 bool ntpAnswers(const std::string& address, int timeoutMs, int port) {
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<uint16_t>(port));
-    if (inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1) {
+    if (inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1)
         return false;
-    }
     int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    if (fd < 0)
         return false;
-    }
     unsigned char packet[48] = {0x23};  // version 4, client mode
     bool answered = false;
     if (sendto(fd, packet, sizeof packet, 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
@@ -253,9 +239,8 @@ NtpServer::NtpServer(const std::string& extraConfig) {
                conf.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    if (pid_ < 0) {
+    if (pid_ < 0)
         return;
-    }
     bool exited = false;
     ready_ = waitFor(5000,
                      [this, &exited] {
@@ -263,18 +248,15 @@ NtpServer::NtpServer(const std::string& extraConfig) {
                          return exited || ntpAnswers("10.0.0.1", 100);
                      }) &&
              !exited;
-    if (exited) {
+    if (exited)
         pid_ = -1;
-    }
-    if (!ready_) {
+    if (!ready_)
         std::fprintf(stderr, "chronyd did not come up:\n%s\n", readFile(log).c_str());
-    }
 }
 
 NtpServer::~NtpServer() {
-    if (pid_ <= 0) {
+    if (pid_ <= 0)
         return;
-    }
     kill(pid_, SIGTERM);
     if (!reap(pid_, 3000)) {
         kill(pid_, SIGKILL);
