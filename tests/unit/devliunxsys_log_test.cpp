@@ -38,12 +38,12 @@ TEST_F(SysOpsTest, StoredLogTails) {
         krv_test::removeFile("/storage/log/dmesg.log");
         if (!c.file.empty())
             krv_test::writeFile("/storage/log/" + c.file + ".log", c.content);
-        g_vars["mode"] = {DATATYPE_INT, 2, ""};
-        g_vars["txt"].text = "old";
-        g_vars["st"].num = 7;
+        db.defineInt("mode", 2);
+        db.defineText("txt", "old");
+        db.defineInt("st", 7);
         EXPECT_EQ(mgr.DevOpear(data, c.command), 0) << c.command;
-        EXPECT_TRUE(g_vars["txt"].text == c.text) << c.command;
-        EXPECT_EQ(g_vars["st"].num, 0) << c.command;
+        EXPECT_TRUE(text() == c.text) << c.command;
+        EXPECT_EQ(status(), 0) << c.command;
     }
 }
 
@@ -54,21 +54,21 @@ TEST_F(SysOpsTest, KernelLogCapture) {
     krv_test::writeFile("/tmp/victim", "keep");
     ASSERT_EQ(symlink("/tmp/victim", "/tmp/dmesg.log"), 0);
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), 0);
-    EXPECT_TRUE(g_vars["txt"].text == kernel.substr(5000 - 4096));
-    EXPECT_EQ(g_vars["st"].num, 0);
+    EXPECT_TRUE(text() == kernel.substr(5000 - 4096));
+    EXPECT_EQ(status(), 0);
     EXPECT_EQ(krv_test::readFile("/tmp/victim"), "keep");
     EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
 
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,-1,txt,st)"), -4);
-    EXPECT_EQ(g_vars["st"].num, 4);
+    EXPECT_EQ(status(), 4);
     EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
 
     krv_test::writeFile("/sbx/dmesg_fail", "");
-    g_vars["st"].num = 7;
-    g_vars["txt"].text = "old";
+    db.defineInt("st", 7);
+    db.defineText("txt", "old");
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), -3);
-    EXPECT_EQ(g_vars["st"].num, 7);
-    EXPECT_EQ(g_vars["txt"].text, "old");
+    EXPECT_EQ(status(), 7);
+    EXPECT_EQ(text(), "old");
     EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
     krv_test::removeFile("/sbx/dmesg_fail");
 }

@@ -38,7 +38,7 @@ TEST_F(SysOpsTest, RejectsBadCommandsAndOperands) {
     const struct {
         std::string command;
         int result;
-        double status;  // 7: untouched
+        int status;  // 7: untouched
     } cases[] = {
         {"", 0, 7},
         {"getcpuuse(10)", 0, 7},  // names are case-sensitive: unknown, silently done
@@ -52,10 +52,10 @@ TEST_F(SysOpsTest, RejectsBadCommandsAndOperands) {
         {"ReadAppLog(3,1,txt,nosuch)", -4, 7},
     };
     for (const auto& c : cases) {
-        g_vars["st"].num = 7;
+        db.defineInt("st", 7);
         EXPECT_EQ(mgr.DevOpear(data, c.command), c.result) << c.command;
-        EXPECT_EQ(g_vars["st"].num, c.status) << c.command;
-        EXPECT_EQ(g_vars["txt"].text, "old") << c.command;
+        EXPECT_EQ(status(), c.status) << c.command;
+        EXPECT_EQ(text(), "old") << c.command;
     }
 }
 
