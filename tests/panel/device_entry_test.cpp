@@ -90,30 +90,15 @@ TEST_F(DeviceEntry, ArraySizingSeenInPushes) {
     EXPECT_EQ(rt.communication().serviceCalls().size(), 4u);
 }
 
-// A write of any value type reaches the dispatcher as a channel write, which
-// makes the next poll refresh and push every channel; a write without a value
-// type is an empty command and does not.
-TEST_F(DeviceEntry, ChannelWritesReachTheDispatcherAsWrites) {
+// A write without a value type is an empty command: the next poll does not refresh. (Writes of
+// each value type, which do, are checked channel by channel.)
+TEST_F(DeviceEntry, WriteWithoutValueTypeIsNoWrite) {
     ASSERT_EQ(rt.start(), 0);
     const std::vector<int> idle(19, 0);
     ASSERT_EQ(dev.collect(idle), 0);
+    rt.database().resetPushes();
     int one = 1;
-    double oneAndHalf = 1.5;
-    char text[] = "1";
-    struct Case {
-        DATATYPE type;
-        void* value;
-        bool refreshed;
-    };
-    const Case cases[] = {{DATATYPE_INT, &one, true},
-                          {DATATYPE_DOUBLE, &oneAndHalf, true},
-                          {DATATYPE_STRING, text, true},
-                          {static_cast<DATATYPE>(7), &one, false}};
-    for (const Case& c : cases) {
-        rt.database().resetPushes();
-        EXPECT_EQ(dev.write(4, c.type, c.value), 0) << c.type;
-        EXPECT_EQ(dev.collect(idle), 0);
-        EXPECT_EQ(rt.database().totalPushes() > 0, c.refreshed) << c.type;
-    }
-    EXPECT_EQ(rt.communication().serviceCalls().size(), 9u);
+    EXPECT_EQ(dev.write(4, static_cast<DATATYPE>(7), &one), 0);
+    EXPECT_EQ(dev.collect(idle), 0);
+    EXPECT_EQ(rt.database().totalPushes(), 0);
 }
