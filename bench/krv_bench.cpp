@@ -423,8 +423,8 @@ int ntpMode(int rounds) {
     }
     Panel& p = panel();
     p.database().defineInt("st");
+    p.command("SetNTPMode(0)");  // manual first: the worker must not synchronise beside us
     p.command("EnableNTP(1)");
-    p.command("SetNTPMode(0)");  // manual: only ExecNTP synchronises
     int failures = 0;
     const double bare = medianMs(rounds, [&] { failures += !bareExchange("10.0.0.1"); });
     std::printf("ntp bare_ms=%.3f failures=%d\n", bare, failures);
