@@ -54,8 +54,9 @@ extern std::mutex g_halMutex;
 // Preferred remote-view configuration file, "/etc/iot_cfg/vncConfig.ini".
 extern QString vncCfgPath;
 // vncCfgPath when that file exists, else the runtime's configuration directory
-// (or "/usr/wexa_app/config") followed by "/vncConfig.ini".
-QString vncCfgFilePath();
+// (or "/usr/wexa_app/config") followed by "/vncConfig.ini". `exists` tells whether that
+// file exists, so that callers need not look a second time.
+QString vncCfgFilePath(bool& exists);
 
 class CDevBas {
 public:

@@ -51,10 +51,13 @@ const AddressChannel kAddressChannels[] = {
 };
 }  // namespace
 
-QString vncCfgFilePath() {
-    if (QFile::exists(vncCfgPath))
+QString vncCfgFilePath(bool& exists) {
+    exists = QFile::exists(vncCfgPath);
+    if (exists)
         return vncCfgPath;
-    return AppCfgStore::configDirectory() + "/vncConfig.ini";
+    QString fallback = AppCfgStore::configDirectory() + "/vncConfig.ini";
+    exists = QFile::exists(fallback);
+    return fallback;
 }
 
 int CDevBas::IsAvailableIPAddr(const char* text) {
@@ -127,8 +130,9 @@ int CDevBas::writeVncPwd(const CString& password) {
         return -4;
 
     // The remote-view server owns this file; the driver never creates it.
-    const QString path = vncCfgFilePath();
-    if (!QFile::exists(path))
+    bool exists = false;
+    const QString path = vncCfgFilePath(exists);
+    if (!exists)
         return 0;
 
     QSettings settings(path, QSettings::IniFormat);

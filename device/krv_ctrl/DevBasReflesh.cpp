@@ -2,7 +2,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
-#include <QFile>
 #include <QSettings>
 #include <QString>
 
@@ -99,9 +98,10 @@ void refreshNtp(CDevBas& bas, CArray<double, double>& values, CStringArray& text
 }
 
 void refreshVncPassword(CStringArray& texts) {
-    const QString path = vncCfgFilePath();
+    bool exists = false;
+    const QString path = vncCfgFilePath(exists);
     CString password;
-    if (QFile::exists(path)) {
+    if (exists) {
         QSettings settings(path, QSettings::IniFormat);
         password = CDevBas::QS2CS(settings.value("/VNCCONFIG/passwd").toString());
     }

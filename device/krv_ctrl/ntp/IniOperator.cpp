@@ -12,8 +12,15 @@ std::unique_ptr<QSettings> openIni(const QString& file) {
     return settings;
 }
 
+// Built in one allocation: every INI read and write of the driver passes here.
 QString keyPath(const QString& group, const QString& key) {
-    return QString("/") + group + "/" + key;
+    QString path;
+    path.reserve(group.size() + key.size() + 2);
+    path += QLatin1Char('/');
+    path += group;
+    path += QLatin1Char('/');
+    path += key;
+    return path;
 }
 }  // namespace
 

@@ -1,13 +1,13 @@
 // The NTP controller: creation, setters, settings copies, the worker and its end.
 #include "NtpCtrl.h"
 
-#include <unistd.h>
+#include <chrono>
 
 #include "WexaRuntime.h"
 
 namespace {
 
-const useconds_t passSleepUs = 200 * 1000;
+const std::chrono::milliseconds passSleep(200);
 const long long msPerHour = 3600000;
 const int retrySleeps = 5;
 
@@ -34,7 +34,13 @@ NtpCtrl::NtpCtrl(const QString& cfgPath) : m_cfgPath(cfgPath), m_thread(0), m_ru
 }
 
 NtpCtrl::~NtpCtrl() {
-    m_running = 0;
+    {
+        // Cleared under the wake mutex so that the worker cannot miss the signal between
+        // its test and its wait.
+        std::lock_guard<std::mutex> hold(m_wakeMutex);
+        m_running = 0;
+    }
+    m_wake.notify_all();
     if (m_thread != 0) {
         pthread_join(m_thread, nullptr);
         m_thread = 0;
@@ -110,7 +116,7 @@ void* NtpCtrl::ThreadOfExecNtp(void* arg) {
                 }
             }
         }
-        usleep(passSleepUs);
+        self->pause();
     }
     return nullptr;
 }
@@ -119,9 +125,15 @@ void NtpCtrl::syncWithRetries() {
     // The settings are not consulted here: once NTP is off, execNtp returns 0 at once.
     while (execNtp() != 0) {
         for (int i = 0; i < retrySleeps; ++i) {
-            usleep(passSleepUs);
+            pause();
             if (!m_running)
                 return;
         }
     }
+}
+
+void NtpCtrl::pause() {
+    // A timed wait rather than a sleep: clean-up must not wait out a whole pass.
+    std::unique_lock<std::mutex> hold(m_wakeMutex);
+    m_wake.wait_for(hold, passSleep, [this] { return !m_running; });
 }

@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -56,4 +57,9 @@ private:
     int countConfiguredAddresses();
     // execNtp until it succeeds or the worker is told to stop.
     void syncWithRetries();
+    // One 200 ms pause of the worker, cut short when the destructor stops it.
+    void pause();
+
+    std::mutex m_wakeMutex;
+    std::condition_variable m_wake;
 };
