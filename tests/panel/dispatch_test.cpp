@@ -83,6 +83,16 @@ TEST_F(Dispatch, SameNtpServersLeaveTheFileAlone) {
     EXPECT_TRUE(stat(cfg, &st) != 0 || st.st_mtime == 1000);
 }
 
+TEST_F(Dispatch, ExecNtpReportsItsOutcomeOnlyInTheStatus) {
+    rt.database().defineInt("St", -1);
+    ASSERT_EQ(rt.device().command("SetNTPMode(0)"), 0);  // manual: the worker stays quiet
+    ASSERT_EQ(rt.device().command("SetNTPServer(,,,)"), 0);
+    ASSERT_EQ(rt.device().command("EnableNTP(1)"), 0);
+    EXPECT_EQ(rt.device().command("ExecNTP(St)"), 0);
+    EXPECT_EQ(rt.database().variable("St")->intValue, 10);
+    EXPECT_EQ(rt.device().command("EnableNTP(0)"), 0);
+}
+
 TEST_F(Dispatch, RebootIsJournaledBySimulatedRuntime) {
     ASSERT_TRUE(sim::rebootIsInterposed());
     EXPECT_EQ(rt.device().command("REBOOT(now)"), 0);
