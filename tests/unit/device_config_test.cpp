@@ -37,7 +37,8 @@ TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
 
 // A corrupt count must not size the array at gigabytes; what the blob holds is still read.
 TEST(DeviceConfig, HugeCountIsCutAtTheArchive) {
-    const unsigned char blob[] = {0xFF, 0xFF, 0xFF, 0x7F, 0x2A, 0, 0, 0};
+    // Count 0x7FFF0001: its low half keeps the blob in the old form.
+    const unsigned char blob[] = {0x01, 0x00, 0xFF, 0x7F, 0x2A, 0, 0, 0};
     CDevCtrl dev("dev", nullptr);
     ASSERT_EQ(dev.InitDevice(blob, sizeof blob), 0);
     const CArray<int, int>& params = dev.GetRecord().pDevBas->m_params;
