@@ -45,8 +45,9 @@ TEST(NtpRace, CommandsNextToTheRetryingWorkerThenCleanup) {
         EXPECT_EQ(dev.command("SetNTPFreq(" + std::to_string(1 + round % 24) + ")"), 0);
         EXPECT_EQ(dev.writeText(kNtpServer1Channel + 1, "10.0.0.1"), 0);
         EXPECT_EQ(dev.writeInt(kNtpFreqChannel - 1, round % 2), 0);  // mode
-        if (round % 10 == 0)
+        if (round % 10 == 0) {
             EXPECT_EQ(dev.command("ExecNTP()"), 10);  // the RTC still refuses
+        }
         EXPECT_EQ(dev.collect(idle), 0);
         usleep(20 * 1000);
     }
