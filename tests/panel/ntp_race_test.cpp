@@ -46,7 +46,8 @@ TEST(NtpRace, CommandsNextToTheRetryingWorkerThenCleanup) {
         EXPECT_EQ(dev.writeText(kNtpServer1Channel + 1, "10.0.0.1"), 0);
         EXPECT_EQ(dev.writeInt(kNtpFreqChannel - 1, round % 2), 0);  // mode
         if (round % 10 == 0) {
-            EXPECT_EQ(dev.command("ExecNTP()"), 10);  // the RTC still refuses
+            const int result = dev.command("ExecNTP()");  // next to the worker's exchange
+            EXPECT_TRUE(result == 0 || result == 10) << result;
         }
         EXPECT_EQ(dev.collect(idle), 0);
         usleep(20 * 1000);
