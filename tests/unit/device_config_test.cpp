@@ -34,6 +34,19 @@ TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
     }
 }
 
+// A corrupt count must not size the array at gigabytes; what the blob holds is still read.
+TEST(DeviceConfig, HugeCountIsCutAtTheArchive) {
+    // Count 0x7FFF0001: its low half keeps the blob in the old form.
+    const unsigned char blob[] = {0x01, 0x00, 0xFF, 0x7F, 0x2A, 0, 0, 0};
+    CDevCtrl dev("dev", nullptr);
+    ASSERT_EQ(dev.InitDevice(blob, sizeof blob), 0);
+    const CArray<int, int>& params = dev.GetRecord().pDevBas->m_params;
+    ASSERT_GT(params.GetSize(), 0);
+    EXPECT_LE(params.GetSize(), COwnerArchive::GROW_STEP);
+    EXPECT_EQ(params[0], 42);
+    dev.CleanupDevice();
+}
+
 TEST(DeviceConfig, ArchiveModesAndBounds) {
     COwnerArchive ar;
     ar.SvrChangeMode(COwnerArchive::ARCHIVE_STORE);  // same mode at 0: version word

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "NtpCtrl.h"
@@ -71,7 +72,12 @@ class Responder {
 public:
     std::atomic<int> replyLength{48};
     std::atomic<int64_t> offsetUs{0};
-    std::string request;  // the last one; read only while no exchange runs
+    // The last request. Guarded: the client's exchange orders the two threads only through the
+    // socket, which ThreadSanitizer cannot see.
+    std::string request() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_request;
+    }
 
     Responder() : m_fd(socket(AF_INET, SOCK_DGRAM, 0)) {
         sockaddr_in at = {};
@@ -103,7 +109,10 @@ private:
         sockaddr_in from;
         socklen_t fromLen = sizeof from;
         ssize_t n = recvfrom(m_fd, packet, 48, 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
-        request.assign(reinterpret_cast<char*>(packet), n > 0 ? n : 0);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_request.assign(reinterpret_cast<char*>(packet), n > 0 ? n : 0);
+        }
         // T1 a little ahead of the client's T4, so that only the offset decides the seconds.
         int64_t t1 = nowUs() + 50000;
         putTime(packet + 24, t1);
@@ -112,6 +121,8 @@ private:
         if (replyLength > 0)
             sendto(m_fd, packet, replyLength, 0, reinterpret_cast<sockaddr*>(&from), fromLen);
     }
+    mutable std::mutex m_mutex;
+    std::string m_request;
     int m_fd;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
@@ -177,7 +188,7 @@ TEST(NtpExchange, RequestOffsetsAndTimeZoneFallback) {
         ASSERT_EQ(0, ctrl->execNtp());
         expectSetTo(before, c.second);
     }
-    const std::string& req = server.request;
+    const std::string req = server.request();
     ASSERT_EQ(48u, req.size());
     EXPECT_EQ(std::string("\x1B\0\4\xFA\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0'),
               req.substr(0, 40));

@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -49,7 +50,9 @@ public:
 
     QString m_cfgPath;
     pthread_t m_thread;
-    volatile unsigned char m_running;
+    // Cleared by the destructor while the worker reads it: atomic, since volatile alone leaves
+    // the two threads racing.
+    std::atomic<unsigned char> m_running;
     std::mutex m_mutex;
 
 private:

@@ -201,11 +201,18 @@ int NtpCtrl::execNtp() {
             return execFailed;
     }
 
-    struct hostent* host = getHostByName(*chosen);
-    if (host == nullptr)
-        return execFailed;
     struct in_addr address;
-    memcpy(&address, host->h_addr_list[0], sizeof address);
+    {
+        // gethostbyname answers in one static record of the C library: the worker and an
+        // ExecNTP command must not resolve at the same time, and the address is copied out
+        // before the record is let go.
+        static std::mutex resolverMutex;
+        std::lock_guard<std::mutex> lock(resolverMutex);
+        struct hostent* host = getHostByName(*chosen);
+        if (host == nullptr)
+            return execFailed;
+        memcpy(&address, host->h_addr_list[0], sizeof address);
+    }
     return exchange(address);
 }
 
