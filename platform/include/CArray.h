@@ -37,7 +37,8 @@ public:
     const TYPE* GetData() const { return m_data.data(); }
 
     void SetAtGrow(int index, ARG_TYPE element) {
-        if (index >= GetSize()) SetSize(index + 1);
+        if (index >= GetSize())
+            SetSize(index + 1);
         m_data[static_cast<size_t>(index)] = element;
     }
     int Add(ARG_TYPE element) {
@@ -51,7 +52,8 @@ public:
     }
     void Copy(const CArray& other) { m_data = other.m_data; }
     void InsertAt(int index, ARG_TYPE element, int count = 1) {
-        if (index > GetSize()) SetSize(index);
+        if (index > GetSize())
+            SetSize(index);
         m_data.insert(m_data.begin() + index, static_cast<size_t>(count), element);
     }
     void RemoveAt(int index, int count = 1) {

@@ -8,15 +8,15 @@
 // Slot order is ABI: 0..7 as declared, then the destructors (8, 9).
 class IDeviceCtrl {
 public:
-    virtual int InitDevice(const unsigned char* cfg, int len) = 0;    // 0
-    virtual int CleanupDevice() = 0;                                  // 1
-    virtual int CollectDevData(const int* flags, int count) = 0;      // 2
-    virtual int DevIOCtrl(const char* cmd) = 0;                       // 3
+    virtual int InitDevice(const unsigned char* cfg, int len) = 0;          // 0
+    virtual int CleanupDevice() = 0;                                        // 1
+    virtual int CollectDevData(const int* flags, int count) = 0;            // 2
+    virtual int DevIOCtrl(const char* cmd) = 0;                             // 3
     virtual int WriteChannel(int channel, DATATYPE type, void* value) = 0;  // 4
-    virtual int UpdataCommunication(ICommunication* comm) = 0;        // 5
-    virtual int ChannelRefChange(const int* flags, int count) = 0;    // 6
-    virtual int SetChannelAddress(int a, int b) = 0;                  // 7
-    virtual ~IDeviceCtrl() {}                                         // 8, 9
+    virtual int UpdataCommunication(ICommunication* comm) = 0;              // 5
+    virtual int ChannelRefChange(const int* flags, int count) = 0;          // 6
+    virtual int SetChannelAddress(int a, int b) = 0;                        // 7
+    virtual ~IDeviceCtrl() {}                                               // 8, 9
 };
 
 // Slot result codes.

@@ -17,12 +17,12 @@ public:
     virtual int SetDoubleValue(const char* name, double value) = 0;        // 5
     virtual int SetStringValue(const char* name, std::string* value) = 0;  // 6
     // By 0-based runtime channel index.
-    virtual int GetChannelType(int channel, DATATYPE* type) = 0;  // 7
-    virtual int Reserved8() = 0;                                  // 8
-    virtual int Reserved9() = 0;                                  // 9
-    virtual int Reserved10() = 0;                                 // 10
-    virtual int SetChannelInt(int channel, int value) = 0;        // 11
-    virtual int SetChannelDouble(int channel, double value) = 0;  // 12
+    virtual int GetChannelType(int channel, DATATYPE* type) = 0;        // 7
+    virtual int Reserved8() = 0;                                        // 8
+    virtual int Reserved9() = 0;                                        // 9
+    virtual int Reserved10() = 0;                                       // 10
+    virtual int SetChannelInt(int channel, int value) = 0;              // 11
+    virtual int SetChannelDouble(int channel, double value) = 0;        // 12
     virtual int SetChannelString(int channel, std::string* value) = 0;  // 13
 
 protected:

@@ -16,17 +16,17 @@ typedef int (*GetParamTypeFn)(WEXA_DATA& data, CString name, DATATYPE& type);
 
 // Field order is ABI.
 struct WEXA_DATA {
-    CString strDevName;               // 1 device name
-    CString strReserved;              // 2 unused by drivers
-    int nReserved0;                   // 3
-    COwnerArchive* pArchive;          // 4 only while InitDevice runs
-    CDevBas* pDevBas;                 // 5 device logic object, owned
-    int nCommState;                   // 6 0, then 1 or 2
-    ICommunication* pCommunication;   // 7 not owned
-    IRtdb* pRtdbByName;               // 8 used by the parameter functions
-    int nReserved1;                   // 9
+    CString strDevName;                 // 1 device name
+    CString strReserved;                // 2 unused by drivers
+    int nReserved0;                     // 3
+    COwnerArchive* pArchive;            // 4 only while InitDevice runs
+    CDevBas* pDevBas;                   // 5 device logic object, owned
+    int nCommState;                     // 6 0, then 1 or 2
+    ICommunication* pCommunication;     // 7 not owned
+    IRtdb* pRtdbByName;                 // 8 used by the parameter functions
+    int nReserved1;                     // 9
     SetParamValueFn SetParamValue_Fun;  // 10
     GetParamValueFn GetParamValue_Fun;  // 11
     GetParamTypeFn GetParamType_Fun;    // 12
-    IRtdb* pRtdb;                     // 13 used for channel pushes
+    IRtdb* pRtdb;                       // 13 used for channel pushes
 };
