@@ -2,7 +2,9 @@
 // a real NTP server in the peer namespace, and the worker's triggers.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -143,8 +145,21 @@ TEST(NtpProbe, ScriptTargetsAndFailures) {
     unlink("/tmp/ping.sh");
     writeFile("/tmp/victim", "keep");
     ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/ping.sh"));
-    EXPECT_FALSE(ctrl->pingNetWork(true));
+    EXPECT_TRUE(ctrl->pingNetWork(true));
     EXPECT_EQ("keep", readFile("/tmp/victim"));
+    // Nor may a file someone else created at the name, and still holds open for writing, be
+    // the one that runs; and nobody else may write the script, whatever the umask.
+    const mode_t umaskBefore = umask(0);
+    const int theirs = open("/tmp/ping.sh", O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    ASSERT_GE(theirs, 0);
+    EXPECT_TRUE(ctrl->pingNetWork(true));
+    struct stat planted, script;
+    ASSERT_EQ(0, fstat(theirs, &planted));
+    ASSERT_EQ(0, stat("/tmp/ping.sh", &script));
+    EXPECT_NE(planted.st_ino, script.st_ino);
+    EXPECT_EQ(0u, script.st_mode & 022);
+    close(theirs);
+    umask(umaskBefore);
     unlink("/tmp/ping.sh");
     writeFile("/etc/resolv.conf", "nameserver 10.0.0.1\n");
 }

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <mutex>
 #include <regex>
 #include <string>
 #include <vector>
@@ -74,9 +75,13 @@ bool parseNameServers(const std::string& text, std::vector<std::string>& servers
 
 // Writes all of `bytes` to a fresh "/tmp/ping.sh"; false when any byte is missing.
 bool writeScript(const QByteArray& bytes) {
-    // O_NOFOLLOW: /tmp is writable by everyone, and a planted symbolic link must not turn
-    // this rewrite into an overwrite of another file. The probe fails instead.
-    int fd = ::open(pingScriptPath, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0777);
+    // /tmp is writable by everyone and the script runs as the driver's user. Truncating a file
+    // found at the name would run whatever its creator writes into it between our write and
+    // the shell's read, and a planted link would redirect the write. So the old name goes and
+    // the script is a new file, created exclusively, never through a link, writable by its
+    // owner only. A name planted in between makes the probe fail instead.
+    ::unlink(pingScriptPath);
+    int fd = ::open(pingScriptPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0700);
     if (fd < 0)
         return false;
     const char* data = bytes.constData();
@@ -148,6 +153,10 @@ bool NtpCtrl::pingNetWork(bool serversAreAddresses) {
                          "exit 1 \n"
                          "fi \n")
                          .arg(target);
+    // The worker and an ExecNTP command share the script's name: one probe at a time, or one
+    // would run, or remove, the other's script.
+    static std::mutex probeMutex;
+    std::lock_guard<std::mutex> hold(probeMutex);
     if (!writeScript(script.toUtf8()))
         return false;
 
