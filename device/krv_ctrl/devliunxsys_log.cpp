@@ -1,4 +1,5 @@
 // The log readers: tails of the stored logs and of the live kernel log.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -32,8 +33,16 @@ int DevLinuxSysExecpLog::DevOpear(WEXA_DATA& data, std::vector<std::string>& arg
     // The capture runs as root through a shell redirect, which follows symbolic
     // links: a link planted at this fixed name in the world-writable /tmp would make
     // it overwrite the link's target. Removing the name first (unlink removes a link,
-    // never its target) lets the redirect create a fresh file.
+    // never its target) is not enough, since a link can be planted again before the
+    // shell opens the name. So the file is created here, exclusively and never through
+    // a link, and the redirect only truncates our own file; in the sticky /tmp nobody
+    // else can swap it. A name planted in between fails the capture.
     unlink(kKernelCapture);
+    const int capture =
+        open(kKernelCapture, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (capture < 0)
+        return -3;
+    close(capture);
     if (system("dmesg > /tmp/dmesg.log") != 0) {
         // The redirect has created the file even though the capture failed; no
         // capture file is ever left behind. The status variable stays untouched.

@@ -1,7 +1,27 @@
 // Tails of the stored logs and of the captured kernel log, delivered into variables.
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstring>
+
 #include "devliunxsys_fixture.h"
+
+namespace {
+
+// Plays another local user who wins the race for the capture's name: when set, a link to
+// /tmp/victim appears at "/tmp/dmesg.log" right after the driver removes that name.
+std::atomic<bool> plantAtCapture{false};
+
+}  // namespace
+
+// The driver's objects are linked into this program, so their unlink is this one.
+extern "C" int unlink(const char* path) noexcept {
+    const int result = unlinkat(AT_FDCWD, path, 0);
+    if (std::strcmp(path, "/tmp/dmesg.log") == 0 && plantAtCapture.exchange(false))
+        (void)symlink("/tmp/victim", path);
+    return result;
+}
 
 namespace {
 
@@ -71,4 +91,11 @@ TEST_F(SysOpsTest, KernelLogCapture) {
     EXPECT_EQ(text(), "old");
     EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
     krv_test::removeFile("/sbx/dmesg_fail");
+
+    // A link planted between the removal and the capture fails the capture, not the victim.
+    plantAtCapture = true;
+    EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,4,txt,st)"), -3);
+    EXPECT_FALSE(plantAtCapture);
+    EXPECT_EQ(krv_test::readFile("/tmp/victim"), "keep");
+    unlink("/tmp/dmesg.log");
 }
