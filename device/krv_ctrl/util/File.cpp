@@ -25,8 +25,10 @@ bool File::open(const std::string& path, int flags) {
         ::close(m_fd);
         m_fd = -1;
     }
+    // The files the driver creates are lock files in the world-writable /tmp: a link planted
+    // at such a name must not make it create or lock a file elsewhere. The open fails instead.
     if (flags & O_CREAT)
-        m_fd = ::open64(path.c_str(), flags, kCreateMode);
+        m_fd = ::open64(path.c_str(), flags | O_NOFOLLOW, kCreateMode);
     else
         m_fd = ::open64(path.c_str(), flags);
     return m_fd >= 0;
