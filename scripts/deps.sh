@@ -10,7 +10,7 @@ fi
 export DEBIAN_FRONTEND=noninteractive
 need=""
 for p in cmake g++ make qtbase5-dev libgtest-dev googletest libbenchmark-dev \
-         iproute2 iputils-ping chrony util-linux procps clang libclang-rt-14-dev; do
+         iproute2 iputils-ping chrony util-linux procps clang libclang-rt-14-dev valgrind; do
     dpkg -s "$p" >/dev/null 2>&1 || need="$need $p"
 done
 if [ -n "$need" ]; then
