@@ -1,13 +1,15 @@
 // krv-soak: the driver under a long mixed load, watched for growth.
 //
 // Loads the built driver through the runtime host (dlopen, CreateDeviceCtrl, slots only) with a
-// real NTP server answering on the panel's LAN, then round after round: moves the runtime's tick
-// count on by one NTP period so the worker synchronises again, sends command texts of every
-// family, writes every channel, and polls (also after "REFLESH()"). Resident memory, heap in use
-// and open descriptors are sampled at start, after a warm-up, periodically and at the end; the
-// exit status is 1 when any of them grew beyond a small allowance after the warm-up.
+// real NTP server answering on the panel's LAN. Each round moves the runtime's tick count on by
+// the NTP period in force and waits for the worker's synchronisation against that server; beside
+// it go a few commands and a poll, and every fourth round the whole mix: command texts of every
+// family, a write of every channel, a new period, polls with and without "REFLESH()". Resident
+// memory, heap in use and open descriptors are sampled at start, after a warm-up tenth,
+// periodically and at the end; the exit status is 1 when any of them grew beyond a small
+// allowance after the warm-up, or when no synchronisation reached the clocks.
 //
-//   krv-soak [--minutes M | --rounds N] [--samples K] [--pause-ms P]
+//   krv-soak (--minutes M | --rounds N) [--samples K] [--pause-ms P]
 //            [--heap-allowance-kb H] [--rss-allowance-kb R]
 //
 // Runs only inside the panel sandbox with two interfaces (see scripts/soak.sh).
@@ -35,11 +37,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// One round in this many sends the whole command mix; the others let the worker run through
+// its periods with a few commands and a poll beside it.
+constexpr long kMixEvery = 4;
+
 struct Options {
     double minutes = 0.0;
     long rounds = 0;  // used when minutes is 0
     int samples = 10;
-    int pauseMs = 120;
+    int pauseMs = 0;
     long heapAllowanceKb = 512;
     long rssAllowanceKb = 2048;
 };
@@ -55,6 +61,7 @@ struct Counts {
     long periods = 0;
     long syncs = 0;  // clock settings seen by the simulated RTC, worker and ExecNTP together
     long execOk = 0;
+    long missed = 0;  // rounds whose period passed without a synchronisation
     long commands = 0;
     long writes = 0;
     long polls = 0;
@@ -122,7 +129,10 @@ private:
     void expectStatus(int wanted, const char* what);
     void writeChannels();
     void poll();
-    int periodHours() const { return 1 + static_cast<int>(counts_.rounds % 24); }
+    void commandMix();
+
+    int periodHours_ = 1;  // the NTP period in force
+    long mixes_ = 0;       // command mixes sent
 
     host::Runtime& rt_;
     FILE* report_;
@@ -176,7 +186,7 @@ bool Soak::setUp() {
     krv_test::writeFile("/storage/log/restart.log", restart);
     krv_test::writeFile("/storage/log/signal_recieved.log", "signal 11\n");
     command("SetNTPServer(10.0.0.1,ntp.panel.test,,)");
-    command("SetNTPFreq(1)");
+    command("SetNTPFreq(" + std::to_string(periodHours_) + ")");
     command("SetNTPMode(1)");
     command("EnableNTP(1)");
     return true;
@@ -184,7 +194,7 @@ bool Soak::setUp() {
 
 void Soak::writeChannels() {
     host::Device& dev = rt_.device();
-    const long r = counts_.rounds;
+    const long r = mixes_;
     auto counted = [this](int result, bool ok) {
         ++counts_.writes;
         if (!ok && counts_.unexpected++ < 10)
@@ -209,7 +219,7 @@ void Soak::writeChannels() {
     counted(res, res == 0);
     res = dev.writeDouble(9, 0.5);  // read-only
     counted(res, res == 1);
-    res = dev.writeInt(13, periodHours());
+    res = dev.writeInt(13, periodHours_);
     counted(res, res == 0);
     res = dev.writeText(17, r % 2 ? "ntp.panel.test" : "");
     counted(res, res == 0);
@@ -217,12 +227,11 @@ void Soak::writeChannels() {
     counted(res, res == 0);
 }
 
-void Soak::round() {
-    const long r = counts_.rounds;
-    // One period of the current setting passes: the worker's next pass synchronises.
-    sim::advanceTicks(static_cast<long long>(periodHours()) * 3600 * 1000 + 1);
-    ++counts_.periods;
-
+// Every command family, every channel, polls with and without a refresh, and a change of the
+// NTP period (which makes the worker synchronise at once as well).
+void Soak::commandMix() {
+    const long r = mixes_++;
+    periodHours_ = 1 + static_cast<int>(r % 24);
     switch (r % 3) {
         case 0:
             command("SetNTPServer(10.0.0.1,ntp.panel.test,,,st)");
@@ -234,7 +243,7 @@ void Soak::round() {
             command("SetNTPServer(ntp.panel.test,,,,st)");
             break;
     }
-    command("SetNTPFreq(" + std::to_string(periodHours()) + ",st)");
+    command("SetNTPFreq(" + std::to_string(periodHours_) + ",st)");
     command("BACKLIGHTON()");
     command("backlightoff()");
     command("BACKLIGHTOFF");   // malformed: does nothing
@@ -263,6 +272,27 @@ void Soak::round() {
     poll();
     command("REFLESH()");
     poll();
+}
+
+void Soak::round() {
+    const long r = counts_.rounds;
+    // One period in force passes: the worker's next pass synchronises.
+    sim::advanceTicks(static_cast<long long>(periodHours_) * 3600 * 1000 + 1);
+    ++counts_.periods;
+    if (r % kMixEvery == 0) {
+        commandMix();
+    } else {
+        command("BACKLIGHTON()");
+        command("GetMemUse(11)");
+        poll();
+    }
+    // That period's synchronisation ends before the next period starts. The worker restarts
+    // its period just after setting the clocks; a new period begun before that restart is
+    // absorbed by it, and the round ends without a synchronisation (counted as missed).
+    if (sim::waitForJournal("rtc", 1, 3000))
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    else
+        ++counts_.missed;
 
     // What the host and the simulated panel record must not be mistaken for the driver's
     // growth: count and forget it each round.
@@ -391,10 +421,10 @@ int main(int argc, char** argv) {
         const Counts& c = soak.counts();
         std::fprintf(report,
                      "totals: %.1f min, %ld rounds, %ld NTP periods, %ld clock settings "
-                     "(%ld of them ExecNTP), %ld commands, %ld channel writes, %ld polls, "
-                     "%ld unexpected results\n",
-                     elapsed() / 60.0, c.rounds, c.periods, c.syncs, c.execOk, c.commands, c.writes,
-                     c.polls, c.unexpected);
+                     "(%ld of them ExecNTP), %ld periods without one, %ld commands, %ld channel "
+                     "writes, %ld polls, %ld unexpected results\n",
+                     elapsed() / 60.0, c.rounds, c.periods, c.syncs, c.execOk, c.missed, c.commands,
+                     c.writes, c.polls, c.unexpected);
         std::fprintf(report, "growth after warm-up: rss %+ld kB, heap %+ld kB, fds %+d\n",
                      end.rssKb - warm.rssKb, end.heapKb - warm.heapKb, end.fds - warm.fds);
         if (end.heapKb - warm.heapKb > options.heapAllowanceKb ||
