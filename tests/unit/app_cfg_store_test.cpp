@@ -95,8 +95,11 @@ TEST_F(Store, LockSerialisesWritersAcrossProcesses) {
 }
 
 // Settings files are replaced whole through a copy; a linked file stays linked and keeps its
-// mode, and no copy is left behind.
-TEST_F(Store, ReplacedFileKeepsItsLinkAndMode) {
+// mode. Copies that killed writers left are swept away, those of live processes kept.
+TEST_F(Store, ReplacedFileKeepsItsLinkAndModeAndLeavesNoCopies) {
+    for (const char* name : {"real.ini.999999-1-1.tmp", "real.ini.999999-1-1.tmp.lock",
+                             "real.ini.1-1-1.tmp", "real.ini.x-1-1.tmp"})
+        ASSERT_TRUE(krv_test::writeFile(std::string("/tmp/cfg/") + name, ""));
     ASSERT_TRUE(krv_test::writeFile("/tmp/cfg/real.ini", "[A]\nkept=1\n"));
     ASSERT_EQ(chmod("/tmp/cfg/real.ini", 0640), 0);
     ASSERT_EQ(symlink("/tmp/cfg/real.ini", "/tmp/link.ini"), 0);
@@ -105,5 +108,6 @@ TEST_F(Store, ReplacedFileKeepsItsLinkAndMode) {
     EXPECT_TRUE(lstat("/tmp/link.ini", &st) == 0 && S_ISLNK(st.st_mode));
     EXPECT_TRUE(stat("/tmp/cfg/real.ini", &st) == 0 && (st.st_mode & 0777) == 0640);
     EXPECT_EQ(krv_test::readFile("/tmp/cfg/real.ini"), "[A]\nkept=1\nnew=2\n");
-    EXPECT_EQ(krv_test::run("ls /tmp/cfg").out, "real.ini\n");
+    EXPECT_EQ(krv_test::run("ls /tmp/cfg").out,
+              "real.ini\nreal.ini.1-1-1.tmp\nreal.ini.x-1-1.tmp\n");
 }

@@ -1,14 +1,15 @@
 #include "File.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <unistd.h>
-
-#include <atomic>
 
 namespace KRVCTRL {
 
@@ -92,10 +93,6 @@ FileLocker::~FileLocker() {
         (void)::flock(m_lock.file().descriptor(), LOCK_UN);
 }
 
-}  // namespace KRVCTRL
-
-namespace KRVCTRL {
-
 namespace {
 // Creates the missing directories above `path`, as the INI writer does for a new file.
 void makeParents(const std::string& path) {
@@ -115,6 +112,26 @@ bool writeAll(int fd, const std::string& data) {
         done += static_cast<size_t>(n);
     }
     return true;
+}
+
+// Copies named "<file>.<pid>-<thread>-<serial>.tmp" that a writer killed before its rename left
+// behind, and the INI writer's own lock and scratch files named after them, are removed once
+// their process is gone, so that power cuts do not fill the directory over the years.
+void removeStaleCopies(const std::string& dir, const std::string& prefix) {
+    DIR* entries = ::opendir(dir.c_str());
+    if (entries == nullptr)
+        return;
+    while (const struct dirent* entry = ::readdir(entries)) {
+        const std::string name = entry->d_name;
+        char* end = nullptr;
+        const long pid = name.compare(0, prefix.size(), prefix) == 0
+                             ? ::strtol(name.c_str() + prefix.size(), &end, 10)
+                             : 0;
+        if (pid > 0 && pid != ::getpid() && *end == '-' && name.find(".tmp") != std::string::npos &&
+            ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)
+            (void)::unlinkat(::dirfd(entries), entry->d_name, 0);
+    }
+    ::closedir(entries);
 }
 
 bool syncPath(const std::string& path, int flags) {
@@ -141,12 +158,17 @@ FileReplacer::FileReplacer(const std::string& target) : m_target(target) {
     if (current.lastError() != 0)
         return;
 
+    const size_t slash = m_target.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : m_target.substr(0, slash + 1);
+    removeStaleCopies(dir, m_target.substr(slash + 1) + ".");
+
     // Unique per write: the INI reader caches files by name, size and time.
-    static std::atomic<unsigned> serial{0};
+    static thread_local unsigned serial = 0;
+    const std::string stem = m_target + "." + std::to_string(::getpid()) + "-" +
+                             std::to_string(::syscall(SYS_gettid)) + "-";
     int fd = -1;
     for (int attempt = 0; attempt < 2 && fd < 0; ++attempt) {
-        m_path =
-            m_target + "." + std::to_string(::getpid()) + "-" + std::to_string(++serial) + ".tmp";
+        m_path = stem + std::to_string(++serial) + ".tmp";
         fd = ::open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno == ENOENT && attempt == 0)
             makeParents(m_target);
