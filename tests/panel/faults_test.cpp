@@ -33,7 +33,7 @@ struct Fault {
 class Faults : public ::testing::Test {
 protected:
     void SetUp() override {
-        alarm(300);  // far beyond every documented wait
+        alarm(300);  // far beyond the longest wait, an NTP exchange with retries
         sim::reset();
         sim::setLogOutput("-", 0);
         resetFiles();
