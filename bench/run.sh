@@ -46,7 +46,7 @@ box "$BIN" footprint 10 >"$OUT/footprint.txt" 2>"$OUT/footprint.err"
 DRIVER=$(ls "$BUILD"/lib/libkrvcontrol_armv5.so.1)
 strip --strip-all -o "$OUT/driver-host.so" "$DRIVER"
 ARMEL=
-for cand in "$SRC"/build-armel/lib/libkrvcontrol_armv5.so.1 /work/wt/armel/build-armel/lib/libkrvcontrol_armv5.so.1; do
+for cand in "$SRC"/build-armel/lib/libkrvcontrol_armv5.so.1; do
     if [ -f "$cand" ] && command -v arm-linux-gnueabi-strip >/dev/null; then
         arm-linux-gnueabi-strip --strip-all -o "$OUT/driver-armel.so" "$cand" && ARMEL=$cand && break
     fi

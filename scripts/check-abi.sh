@@ -1,6 +1,7 @@
 #!/bin/sh
-# Checks the driver's ELF interface: SONAME, exactly the two exported entry points, and NEEDED
-# limited to QtCore, the panel's HAL and runtime libraries and the C/C++ runtimes.
+# Checks the driver's ELF interface: SONAME, exactly the two exported entry points, NEEDED
+# limited to QtCore, the panel's HAL and runtime libraries and the C/C++ runtimes, and the
+# NODELETE flag (QtCore's SIGCHLD handler must outlive the runtime's dlclose).
 # Usage: check-abi.sh [--readelf R] [--nm N] [--armv5-soft] [--installed] DRIVER
 #   --armv5-soft  also require an ARM EABI5 soft-float ARMv5TE object without VFP attributes
 #   --installed   also require the SONAME link next to DRIVER (the .so link) and no RUNPATH/RPATH
@@ -31,6 +32,11 @@ expect() {  # expect DESCRIPTION WANTED GOT
 dynamic=$("$readelf" -d "$lib")
 
 expect SONAME "$soname" "$(echo "$dynamic" | sed -n 's/.*(SONAME).*\[\(.*\)\].*/\1/p')"
+
+case $(echo "$dynamic" | sed -n 's/.*(FLAGS_1) *//p') in
+    *NODELETE*) pass "FLAGS_1 NODELETE" ;;
+    *) fail "FLAGS_1 lacks NODELETE: unloading would leave QtCore's SIGCHLD handler dangling" ;;
+esac
 
 exports=$("$nm" -D --defined-only "$lib" | awk '{print $NF}' | sort | tr '\n' ' ')
 expect exports "CreateDeviceCtrl DestroyDeviceCtrl " "$exports"

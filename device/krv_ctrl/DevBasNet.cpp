@@ -10,6 +10,7 @@
 
 #include "AppCfgStore.h"
 #include "DevBas.h"
+#include "IniOperator.h"
 #include "wexa_hal.h"
 
 QString vncCfgPath = "/etc/iot_cfg/vncConfig.ini";
@@ -139,9 +140,8 @@ int CDevBas::writeVncPwd(const CString& password) {
     const QString current = settings.value(kVncPwdKey).toString();
     const QString wanted = QString::fromLatin1(password.GetString(), length);
     if (wanted != current) {
-        settings.setValue(kVncPwdKey, wanted);
-        settings.sync();
-        ::sync();
+        // The remote-view server reads it with the default codec.
+        (void)IniOperator::FileIniWriteValues(path, {{kVncPwdKey, wanted}}, false);
     }
     return 0;
 }

@@ -117,6 +117,15 @@ bool removeFile(const std::string& path) {
     return unlink(path.c_str()) == 0 || errno == ENOENT;
 }
 
+std::string iniValue(const std::string& path, const std::string& key) {
+    const std::string text = readFile(path);
+    const size_t at = text.find("\n" + key + "=");
+    if (at == std::string::npos)
+        return "";
+    const size_t start = at + key.size() + 2;
+    return text.substr(start, text.find('\n', start) - start);
+}
+
 CommandResult run(const std::string& command) {
     CommandResult result;
     std::fflush(nullptr);

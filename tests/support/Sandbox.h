@@ -18,6 +18,9 @@ bool writeFile(const std::string& path, const std::string& contents);
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
 bool removeFile(const std::string& path);
+// The text after "key=" up to the line's end in an INI file whose first line is its group;
+// "" when the key is missing.
+std::string iniValue(const std::string& path, const std::string& key);
 
 // Shell commands (`sh -c`): exit status (-1 when killed or not started) and standard output.
 // Standard error goes to the test's output.

@@ -1,8 +1,9 @@
-/* Preloaded into the test programs of the armel build when they run under qemu-user: qemu 7.2
- * hands waitid(P_PIDFD) to the host kernel, which answers like a pidfd-capable kernel, but
- * refuses clone(CLONE_PIDFD); Qt 5.15's QProcess then trusts a pidfd it never received and
- * later closes whatever descriptor has that number. Failing the probe sends Qt down its plain
- * fork path, as the panel's older kernel does. Never part of the driver. */
+/* Makes Qt 5.15's QProcess start children the way it does on the panel, whose kernel has no
+ * pidfds: failing the waitid(P_PIDFD) probe sends it down its plain fork path with a SIGCHLD
+ * handler. Preloaded into the host tests for that fidelity, and into the armel tests because
+ * qemu-user 7.2 hands the probe to the host kernel but refuses clone(CLONE_PIDFD), so Qt would
+ * trust a pidfd it never received and later close whatever descriptor has that number. Never
+ * part of the driver. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -14,7 +15,7 @@
 #define P_PIDFD 3
 #endif
 
-/* Host programs started by the test (sh, ping, ...) must not try to load this armel file. */
+/* Programs the test starts (sh, ping, ...) run as they are; an armel copy could not even load. */
 __attribute__((constructor)) static void krv_forget_preload(void) {
     unsetenv("LD_PRELOAD");
 }

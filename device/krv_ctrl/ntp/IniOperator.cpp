@@ -5,10 +5,13 @@
 #include <QSettings>
 #include <memory>
 
+#include "File.h"
+
 namespace {
-std::unique_ptr<QSettings> openIni(const QString& file) {
+std::unique_ptr<QSettings> openIni(const QString& file, bool utf8 = true) {
     std::unique_ptr<QSettings> settings(new QSettings(file, QSettings::IniFormat));
-    settings->setIniCodec("UTF-8");
+    if (utf8)
+        settings->setIniCodec("UTF-8");
     return settings;
 }
 
@@ -27,13 +30,27 @@ QString keyPath(const QString& group, const QString& key) {
 int IniOperator::FileIniWriteValue(QString file, QString group, QString key, QString value) {
     if (file.isEmpty() || group.isEmpty() || key.isEmpty())
         return -1;
-    std::unique_ptr<QSettings> settings = openIni(file);
-    settings->setValue(keyPath(group, key), value);
-    // Destroying the settings object writes the file; sync() then pushes it to
-    // the medium, since the panel may lose power at any moment.
-    settings.reset();
-    ::sync();
+    // A failed write is not reported: the caller's result stays 0.
+    (void)FileIniWriteValues(file, {{keyPath(group, key), value}});
     return 0;
+}
+
+bool IniOperator::FileIniWriteValues(const QString& file,
+                                     const std::vector<std::pair<QString, QString>>& values,
+                                     bool utf8) {
+    // The panel may lose power at any moment: the settings are written into a copy that
+    // replaces the file only once complete, and sync() pushes the result to the medium.
+    KRVCTRL::FileReplacer copy(file.toUtf8().toStdString());
+    bool written = copy.ok();
+    if (written) {
+        std::unique_ptr<QSettings> settings = openIni(QString::fromUtf8(copy.path().c_str()), utf8);
+        for (const auto& value : values)
+            settings->setValue(value.first, value.second);
+        settings->sync();
+        written = settings->status() == QSettings::NoError && copy.commit();
+    }
+    ::sync();
+    return written;
 }
 
 int IniOperator::FileIniReadValue(QString file, QString group, QString key, QString& value,

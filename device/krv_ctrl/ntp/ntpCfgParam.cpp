@@ -1,6 +1,8 @@
 // The NTP settings record and its INI file.
 #include "ntpCfgParam.h"
 
+#include "IniOperator.h"
+
 #include <unistd.h>
 
 #include <QDir>
@@ -61,16 +63,11 @@ void ntpCfgParam::writeCfg(QString const& path) {
     if (!QDir(dir).exists() && !QDir().mkpath(dir))
         return;
 
-    QSettings settings(path, QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
     const int ints[ntpIntCount] = {m_ntpSwitch, m_ntpMode, m_ntpFreq};
-    for (int i = 0; i < ntpCfgCount; ++i) {
-        if (i < ntpIntCount)
-            settings.setValue(keyPath(i), QString::number(ints[i], 10));
-        else
-            settings.setValue(keyPath(i), m_ntpServer[i - ntpIntCount]);
-    }
-    settings.sync();
-    // The panel may lose power at any moment.
-    ::sync();
+    std::vector<std::pair<QString, QString>> values;
+    for (int i = 0; i < ntpCfgCount; ++i)
+        values.emplace_back(keyPath(i), i < ntpIntCount ? QString::number(ints[i], 10)
+                                                        : m_ntpServer[i - ntpIntCount]);
+    // Ends with sync(): the panel may lose power at any moment.
+    (void)IniOperator::FileIniWriteValues(path, values);
 }

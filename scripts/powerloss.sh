@@ -1,0 +1,12 @@
+#!/bin/sh
+# Kills a driver process at random moments while it writes its settings files, ROUNDS times
+# (default 1000), and checks after every kill that each file still holds old or new values.
+#   scripts/powerloss.sh [ROUNDS] [BUILD_DIR]
+set -eu
+top=$(cd "$(dirname "$0")/.." && pwd)
+rounds=${1:-1000}
+dir=${2:-"$top/build"}
+[ -d "$dir" ] || "$top/scripts/build.sh" "$dir"
+cmake --build "$dir" -j2 --target panel_powerloss_test
+KRV_POWERLOSS_ROUNDS=$rounds exec "$top/sandbox/panel-sandbox" --bind "$top" --bind "$dir" -- \
+    "$dir/bin/panel_powerloss_test"
