@@ -3,7 +3,7 @@
 #
 # Runs the simulator under valgrind memcheck inside the panel sandbox, with the NTP server in the
 # peer and scripts/memcheck/commands.txt as input (every command family, channel writes, NTP
-# synchronisations, refreshes and polls; about a minute). With --soak, runs krv-soak for that
+# synchronisations, refreshes and polls; under a minute). With --soak, runs krv-soak for that
 # many rounds under memcheck instead (its growth check is off there: valgrind owns the heap).
 # Fails on any memory error and on any definite leak.
 set -eu
@@ -18,14 +18,9 @@ fi
 cmake --build "$dir" -j"${KRV_JOBS:-2}" --target krv-sim krv-soak krvcontrol_armv5 >/dev/null
 
 set -- valgrind --tool=memcheck --leak-check=full --errors-for-leak-kinds=definite \
-    --show-leak-kinds=definite --track-origins=yes --num-callers=30 --keep-debuginfo=yes --error-exitcode=99 \
-    --suppressions="$top/scripts/memcheck/valgrind.supp"
-# The runtime is a Qt program and keeps QtCore loaded for its whole life; the host unloads it with
-# the driver, and what Qt's and ICU's globals hold would then count as lost. Preloading keeps it.
-box() {
-    "$top/sandbox/panel-sandbox" --ifaces 2 --bind "$top" --bind "$dir" -- \
-        env LD_PRELOAD=libQt5Core.so.5 "$@"
-}
+    --show-leak-kinds=definite --track-origins=yes --num-callers=30 --keep-debuginfo=yes \
+    --error-exitcode=99 --suppressions="$top/scripts/memcheck/valgrind.supp"
+box() { "$top/sandbox/panel-sandbox" --ifaces 2 --bind "$top" --bind "$dir" -- "$@"; }
 if [ -n "$rounds" ]; then
     box "$@" "$dir/bin/krv-soak" --rounds "$rounds" --samples 2 --pause-ms 0 \
         --heap-allowance-kb 10000000 --rss-allowance-kb 10000000
