@@ -210,8 +210,11 @@ int DevLiunxMemUse::DevCalcMemNoUseOld(int& kib) {
             char* value = strtok_r(nullptr, " ", &save);
             if (value == nullptr)
                 break;
-            if (adds)
-                kib += DevStrToInt(value);
+            if (adds) {
+                // Saturates like each value does: a wrapped sum would show garbage.
+                const long long sum = static_cast<long long>(kib) + DevStrToInt(value);
+                kib = sum > INT_MAX ? INT_MAX : sum < INT_MIN ? INT_MIN : static_cast<int>(sum);
+            }
             *seen = true;
         }
         if (total && memFree && buffers && cached) {

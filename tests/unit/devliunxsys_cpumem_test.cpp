@@ -65,6 +65,7 @@ TEST_F(SysOpsTest, MemoryFromMeminfo) {
         {old + "Cached: 2896 kB\nSwapCached: 4000 kB\n", 0, 3},    // 4096 KiB less one
         {old + "Cached: 300 kB\nMemAvailable: 9999999 kB", 0, 1},  // unterminated: not used
         {old, -1, -1},
+        {old + "Cached: 99999999999 kB\n", 0, 2097151},  // saturates at INT_MAX KiB
     };
     for (const auto& c : cases) {
         krv_test::BoundFile meminfo("/proc/meminfo", c.meminfo);
