@@ -25,13 +25,18 @@ if [ -z "$targets" ]; then
 fi
 
 mkdir -p "$dir/fuzz-artifacts" "$dir/fuzz-logs"
+for t in $targets; do mkdir -p "$dir/fuzz-corpus/$t"; done
+# Started as root, the sandbox runs the targets as uid 100000, which must be able to keep the
+# inputs it finds and a failing one.
+if [ "$(id -u)" = 0 ]; then
+    chown -R 100000:100000 "$dir/fuzz-artifacts" "$dir/fuzz-corpus"
+fi
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 export ASAN_OPTIONS="detect_leaks=1:strict_string_checks=1"
 failed=
 summary=
 for t in $targets; do
     work=$dir/fuzz-corpus/$t
-    mkdir -p "$work"
     dict=
     [ -f "$top/fuzz/$t.dict" ] && dict=-dict=$top/fuzz/$t.dict
     log=$dir/fuzz-logs/$t.log
