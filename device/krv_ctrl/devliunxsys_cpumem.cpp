@@ -210,11 +210,8 @@ int DevLiunxMemUse::DevCalcMemNoUseOld(int& kib) {
             char* value = strtok_r(nullptr, " ", &save);
             if (value == nullptr)
                 break;
-            if (adds) {
-                // Saturates like each value does: a wrapped sum would show garbage.
-                const long long sum = static_cast<long long>(kib) + DevStrToInt(value);
-                kib = sum > INT_MAX ? INT_MAX : sum < INT_MIN ? INT_MIN : static_cast<int>(sum);
-            }
+            if (adds)  // saturates like each value does: a wrapped sum would show garbage
+                kib = DevSaturate(static_cast<long long>(kib) + DevStrToInt(value));
             *seen = true;
         }
         if (total && memFree && buffers && cached) {

@@ -17,16 +17,20 @@
 
 #include "devliunxsys.h"
 
-// Decimal operand as the panel's 32-bit strtol reads it: leading blanks skipped,
-// conversion stops at the first non-digit, out-of-range values saturate. Clamping
-// keeps a 64-bit host from truncating where the panel saturates.
-inline int DevStrToInt(const std::string& text) {
-    long value = std::strtol(text.c_str(), nullptr, 10);
+// The int nearest to `value`.
+inline int DevSaturate(long long value) {
     if (value > INT_MAX)
         return INT_MAX;
     if (value < INT_MIN)
         return INT_MIN;
     return static_cast<int>(value);
+}
+
+// Decimal operand as the panel's 32-bit strtol reads it: leading blanks skipped,
+// conversion stops at the first non-digit, out-of-range values saturate. Clamping
+// keeps a 64-bit host from truncating where the panel saturates.
+inline int DevStrToInt(const std::string& text) {
+    return DevSaturate(std::strtol(text.c_str(), nullptr, 10));
 }
 
 // Writes an outcome code into a numeric status variable; the result is not examined.
