@@ -1,0 +1,186 @@
+#!/bin/bash
+# scripts/mutants.sh [-d DIR] [-n] [NAME...]
+#
+# Mutation testing of the driver. Each mutant below is one realistic fault (a wrong constant, a
+# dropped term, a swapped offset, a missing call, an inverted test), written as
+#   name @@ file under device/krv_ctrl @@ text to find @@ text to put in its place
+# with ¶ standing for a line break. The text to find must occur exactly once in its file, so a
+# mutant still applies after unrelated edits; one that does not is reported as stale.
+#
+# The tree is copied to DIR (default /tmp/krv-mutants, never inside the tree) and built there
+# once; then each mutant (or only those named) is applied alone, rebuilt incrementally and run
+# against the whole suite, stopping at the first failing test. Killed: a test failed or hung.
+# Survived: the suite passed. Broken: the mutant does not build (fix the mutant). The summary
+# gives the score; the exit status is 0 only when every mutant run was killed.
+# -n only checks that every mutant applies. Too slow for CI: about a minute per mutant.
+set -u
+top=$(cd "$(dirname "$0")/.." && pwd)
+dir=/tmp/krv-mutants
+dry=
+while [ $# -gt 0 ]; do
+    case "$1" in
+    -d) dir=$2; shift 2 ;;
+    -n) dry=1; shift ;;
+    *) break ;;
+    esac
+done
+case "$(realpath -m "$dir")/" in "$top"/*) echo "mutants.sh: DIR must lie outside the tree" >&2; exit 2 ;; esac
+
+mutants() {
+    sed -n '/^__MUTANTS__$/,$p' "$0" | sed '1d; /^#/d; /^$/d'
+}
+
+# apply FILE FIND PUT: exit status 3 when FIND does not occur exactly once.
+apply() {
+    python3 - "$@" <<'PY'
+import sys
+path, find, put = sys.argv[1], sys.argv[2].replace('¶', '\n'), sys.argv[3].replace('¶', '\n')
+text = open(path, encoding='utf-8').read()
+if text.count(find) != 1:
+    sys.exit(3)
+open(path, 'w', encoding='utf-8').write(text.replace(find, put))
+PY
+}
+
+src=$dir/src
+build=$dir/build
+logs=$dir/logs
+rm -rf "$src" "$logs"
+mkdir -p "$src" "$logs"
+# tar keeps modification times, so the build directory of an earlier run stays incremental.
+(cd "$top" && git ls-files -co --exclude-standard -z | tar --null --ignore-failed-read -T - -cf -) |
+    tar -xf - -C "$src"
+
+if [ -z "$dry" ]; then
+    echo "== building the unmutated copy in $build"
+    cmake -S "$src" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKRV_TEST_TIMEOUT=120 >/dev/null &&
+        cmake --build "$build" -j2 >"$logs/baseline.log" 2>&1 &&
+        ctest --test-dir "$build" -j2 >>"$logs/baseline.log" 2>&1 ||
+        { echo "mutants.sh: the unmutated tree does not build or pass, see $logs/baseline.log" >&2; exit 1; }
+fi
+
+killed=0 survived= stale= broken= total=0
+while IFS= read -r line; do
+    name=${line%% @@ *} rest=${line#* @@ }
+    file=$src/device/krv_ctrl/${rest%% @@ *} rest=${rest#* @@ }
+    find=${rest%% @@ *} put=${rest#* @@ }
+    if [ $# -gt 0 ] && ! printf '%s\n' "$@" | grep -qxF "$name"; then
+        continue
+    fi
+    cp "$file" "$dir/original"
+    if ! apply "$file" "$find" "$put"; then
+        stale="$stale $name"
+        printf '%-26s stale\n' "$name"
+        continue
+    fi
+    if [ -n "$dry" ]; then
+        cp "$dir/original" "$file"
+        continue
+    fi
+    total=$((total + 1))
+    if ! cmake --build "$build" -j2 >"$logs/$name.build" 2>&1; then
+        broken="$broken $name"
+        result=broken
+    elif ctest --test-dir "$build" -j2 --stop-on-failure >"$logs/$name.test" 2>&1; then
+        survived="$survived $name"
+        result=SURVIVED
+    else
+        killed=$((killed + 1))
+        result="killed by $(sed 's/^[0-9]*://' "$build/Testing/Temporary/LastTestsFailed.log" | tr '\n' ' ')"
+    fi
+    printf '%-26s %s\n' "$name" "$result"
+    # A fresh modification time makes the next build compile the original again.
+    cp "$dir/original" "$file"
+done < <(mutants)
+
+[ -n "$dry" ] && { [ -z "$stale" ] && echo "every mutant applies"; [ -z "$stale" ]; exit; }
+echo "score: $killed/$total killed${survived:+; survived:$survived}${broken:+; broken:$broken}${stale:+; stale:$stale}"
+[ "$killed" = "$total" ] && [ -z "$stale" ]
+exit
+
+# Equivalent mutants, not run (no behaviour can tell them apart):
+# - T2 and T3 read from each other's offsets: the offset uses only their sum.
+# - "all four are addresses" resolving the full list: with four addresses it is the address list.
+# - "none is an address" resolving the full list: the entries left out are empty, and an empty
+#   name never resolves, so the first entry that resolves is the same.
+# - the buzzer switch ignoring the text "false": that text is no number, so its value is 0 anyway.
+# - the period comparison "now - start >= period" as ">": one millisecond apart on a tick count.
+__MUTANTS__
+# Driver entry and device object
+collect-result-zero @@ DevCtrl.cpp @@     pushChannels();¶    return resultValue(); @@     pushChannels();¶    return 0;
+int-push-rounds @@ DevCtrl.cpp @@ SetChannelInt(channel, truncateToInt(m_valueArray[i])) @@ SetChannelInt(channel, truncateToInt(m_valueArray[i] + 0.5))
+comm-state-not-inverted @@ DevCtrl.cpp @@ m_data.nCommState = 2; @@ m_data.nCommState = 1;
+no-notify-on-command @@ DevCtrl.cpp @@         notifyCommunication();¶        CString command(cmd); @@         CString command(cmd);
+notify-on-null-poll @@ DevCtrl.cpp @@     if (flags == nullptr || count == 0)¶        return 0;¶    notifyCommunication(); @@     notifyCommunication();¶    if (flags == nullptr || count == 0)¶        return 0;
+write-double-format @@ DevCtrl.cpp @@ "WEXA_WRITE(%d=%lf)" @@ "WEXA_WRITE(%d=%g)"
+# Command dispatcher
+failed-write-keeps-cache @@ DevIOCtrl.cpp @@         bas->m_refreshDone = 0;¶        return reported(r); @@         if (r == 0)¶            bas->m_refreshDone = 0;¶        return reported(r);
+backlightoff-refusal-lost @@ DevIOCtrl.cpp @@ hal_set_lcd_status(1) != 0 @@ hal_set_lcd_status(1) > 0
+read-taken-as-reflesh @@ DevIOCtrl.cpp @@ keyword.CompareNoCase(DEV_STR_REFLESH) == 0 @@ keyword.CompareNoCase(DEV_STR_REFLESH) == 0 || keyword.CompareNoCase(DEV_STR_READ) == 0
+manager-gets-upper-keyword @@ DevIOCtrl.cpp @@ DevOpear(data, std::string(command.GetString())) @@ DevOpear(data, std::string((keyword + command.Mid(open)).GetString()))
+execntp-outcome-leaks @@ DevIOCtrl.cpp @@     if (arguments.IsEmpty())¶        return 0.0; @@     if (arguments.IsEmpty())¶        return reported(e);
+setntpserver-extra-items @@ DevIOCtrl.cpp @@ items.size() != kNtpServerCount && items.size() != kNtpServerCount + 1 @@ items.size() < kNtpServerCount
+setntpserver-first-only @@ DevIOCtrl.cpp @@ changed |= servers[i] != ntp.m_ntpServer[i]; @@ changed |= i == 0 && servers[i] != ntp.m_ntpServer[i];
+# Channel refresh
+vnc-missing-keeps-old @@ DevBasReflesh.cpp @@     CDevBas::setArrayValue(texts, DEV_CHL_VNC_PWD, password); @@     if (exists)¶        CDevBas::setArrayValue(texts, DEV_CHL_VNC_PWD, password);
+vnc-refresh-no-fallback @@ DevBasReflesh.cpp @@ const QString path = vncCfgFilePath(exists); @@ const QString path = vncCfgPath;¶    exists = QSettings(path, QSettings::IniFormat).contains("/VNCCONFIG/passwd");
+texts-grown-by-refresh @@ DevBasReflesh.cpp @@     if (index >= 0 && index < stringArray.GetSize())¶        stringArray[index] = value; @@     if (index >= 0)¶        stringArray.SetAtGrow(index, value);
+backlight-seconds-rounded @@ DevBasReflesh.cpp @@ storedInt(text) / 1000 @@ (storedInt(text) + 500) / 1000
+# Write commands and the application configuration store
+channel-19-ignored @@ DevBasWrite.cpp @@ channel > DEV_CHL_VNC_PWD @@ channel >= DEV_CHL_VNC_PWD
+ntp-channel-via-double @@ DevBasWrite.cpp @@ channel - DEV_CHL_NTP_ENABLE, plainInteger(valueText)) @@ channel - DEV_CHL_NTP_ENABLE, value)
+refused-value-reported @@ DevBasWrite.cpp @@     if (!hasStatus)¶        return 0; @@     if (!hasStatus)¶        return result;
+buzzer-on-keeps-value @@ AppCfgStore.cpp @@ QString::number(value ? kBuzzOnDurationMs : 0) @@ QString::number(value)
+buzz-limit @@ AppCfgStore.cpp @@ kMaxBuzzDurationMs = 6500; @@ kMaxBuzzDurationMs = 6501;
+backlight-timeout-ms @@ AppCfgStore.cpp @@ QString::number(value * 1000) @@ QString::number(value)
+beep-fallback-zero @@ AppCfgStore.cpp @@ kBeepWaitFallbackMs = 30; @@ kBeepWaitFallbackMs = 0;
+beep-stored-wait-ignored @@ AppCfgStore.cpp @@ usable ? duration : kBeepWaitFallbackMs @@ kBeepWaitFallbackMs
+beep-bound-signed @@ AppCfgStore.cpp @@ wasRead && inRange(duration, 0, kMaxBuzzDurationMs) @@ wasRead && duration <= static_cast<int>(kMaxBuzzDurationMs)
+gui-buzzer-order @@ AppCfgStore.cpp @@     __gui_get_buzzing_time(1);¶    __gui_get_buzzing_time(0); @@     __gui_get_buzzing_time(0);¶    __gui_get_buzzing_time(1);
+# NTP configuration file and INI helper
+ini-read-empty-key @@ ntp/IniOperator.cpp @@ key.isEmpty())¶        return 0; @@ false)¶        return 0;
+ini-write-empty-group @@ ntp/IniOperator.cpp @@ group.isEmpty() || key.isEmpty())¶        return -1; @@ key.isEmpty())¶        return -1;
+ntp-default-period @@ ntp/ntpCfgParam.cpp @@ "0", "1", "2", "0.pool.ntp.org" @@ "0", "1", "1", "0.pool.ntp.org"
+# SNTP exchange
+tx-fraction-zero @@ ntp/NtpExec.cpp @@ usecToFraction(static_cast<uint32_t>(now.tv_usec)) @@ usecToFraction(0)
+tx-fraction-raw-usec @@ ntp/NtpExec.cpp @@ return 4294u * usec + ((1981u * usec) >> 11); @@ return usec;
+tx-fraction-swapped @@ ntp/NtpExec.cpp @@ putWord(packet, 44, usecToFraction(static_cast<uint32_t>(now.tv_usec))); @@ putWord(packet, 44, htonl(usecToFraction(static_cast<uint32_t>(now.tv_usec))));
+rx-fraction-uncorrected @@ ntp/NtpExec.cpp @@ return (fraction >> 12) - 759u * (((fraction >> 10) + 32768u) >> 16); @@ return fraction >> 12;
+rx-fraction-unrounded @@ ntp/NtpExec.cpp @@ ((fraction >> 10) + 32768u) >> 16 @@ (fraction >> 10) >> 16
+rx-seconds-unwrapped @@ ntp/NtpExec.cpp @@ uint64_t seconds = static_cast<uint32_t>(wordAt(packet, offset) - secondsFrom1900To1970); @@ uint64_t seconds = uint64_t(wordAt(packet, offset)) - secondsFrom1900To1970;
+offset-receive-half-only @@ ntp/NtpExec.cpp @@ ((t2 - t1) + (t3 - t4)) / 2000000 @@ (t2 - t1) / 1000000
+offset-transmit-half-only @@ ntp/NtpExec.cpp @@ ((t2 - t1) + (t3 - t4)) / 2000000 @@ (t3 - t4) / 1000000
+offset-not-halved @@ ntp/NtpExec.cpp @@ ((t2 - t1) + (t3 - t4)) / 2000000 @@ ((t2 - t1) + (t3 - t4)) / 1000000
+t1-t2-swapped @@ ntp/NtpExec.cpp @@ t1 = timestampAt(reply, 24);¶    int64_t t2 = timestampAt(reply, 32); @@ t1 = timestampAt(reply, 32);¶    int64_t t2 = timestampAt(reply, 24);
+t1-from-transmit @@ ntp/NtpExec.cpp @@ t1 = timestampAt(reply, 24); @@ t1 = timestampAt(reply, 40);
+t4-whole-seconds @@ ntp/NtpExec.cpp @@ * 1000000 + arrival.tv_usec; @@ * 1000000;
+reply-wait-short @@ ntp/NtpExec.cpp @@ struct timeval wait = {5, 0}; @@ struct timeval wait = {1, 0};
+rtc-failure-ignored @@ ntp/NtpExec.cpp @@ return hal_set_rtc_time(&local) == 0 ? 0 : execFailed; @@ return (hal_set_rtc_time(&local), 0);
+send-message-name @@ ntp/NtpExec.cpp @@ "sendPacket", 531 @@ "execNtp", 531
+timeout-message-line @@ ntp/NtpExec.cpp @@ "execNtp", 490 @@ "execNtp", 485
+switched-off-fails @@ ntp/NtpExec.cpp @@         if (m_ntpSwitch != 1)¶            return 0; @@         if (m_ntpSwitch != 1)¶            return execFailed;
+mixed-resolves-addresses @@ ntp/NtpExec.cpp @@             chosen = &all; @@             chosen = &addresses;
+mixed-names-fail-full-list @@ ntp/NtpExec.cpp @@         else if (addressesAnswer)¶            chosen = &addresses; @@         else if (addressesAnswer)¶            chosen = &all;
+mixed-address-fail-full-list @@ ntp/NtpExec.cpp @@         else if (nameServerAnswers)¶            chosen = &names; @@         else if (nameServerAnswers)¶            chosen = &all;
+names-probe-addresses @@ ntp/NtpExec.cpp @@         if (!pingNetWork(false))¶            return execFailed;¶        chosen = &names; @@         if (!pingNetWork(true))¶            return execFailed;¶        chosen = &names;
+names-probe-both @@ ntp/NtpExec.cpp @@ countConfiguredAddresses() == 0 @@ countConfiguredAddresses() < 0
+any-address-probes-addresses @@ ntp/NtpExec.cpp @@ countConfiguredAddresses() == 4 @@ countConfiguredAddresses() > 0
+# NTP worker and controls
+period-in-minutes @@ ntp/NtpCtrl.cpp @@ msPerHour = 3600000; @@ msPerHour = 60000;
+shorter-period-no-trigger @@ ntp/NtpCtrl.cpp @@ last.m_ntpFreq != current.m_ntpFreq @@ last.m_ntpFreq < current.m_ntpFreq
+switch-trigger-on-level @@ ntp/NtpCtrl.cpp @@ last.m_ntpSwitch == 0 && current.m_ntpSwitch == 1 @@ current.m_ntpSwitch == 1
+period-range @@ ntp/NtpCtrl.cpp @@ static_cast<unsigned>(value) - 1u < 24u @@ static_cast<unsigned>(value) - 1u <= 24u
+# Reachability and name servers
+child-limit-long @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 30000;
+child-limit-short @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 300;
+nameserver-one-attempt @@ ntp/NtpNet.cpp @@ nameServerAttempts = 4; @@ nameServerAttempts = 1;
+nameserver-short-pause @@ ntp/NtpNet.cpp @@ nameServerRetryUs = 100 * 1000; @@ nameServerRetryUs = 10 * 1000;
+probe-last-nameserver @@ ntp/NtpNet.cpp @@ servers.front().c_str() @@ servers.back().c_str()
+nameserver-not-checked @@ ntp/NtpNet.cpp @@ if (!std::regex_match(server, addressPattern)) @@ if (server.empty())
+# CPU and memory usage
+cpu-iowait-idle @@ devliunxsys_cpumem.cpp @@ idle = static_cast<long long>(cpu.m_idle); @@ idle = static_cast<long long>(cpu.m_idle + cpu.m_iowait);
+cpu-softirq-left-out @@ devliunxsys_cpumem.cpp @@ cpu.m_irq + cpu.m_softirq; @@ cpu.m_irq;
+cpu-steal-added @@ devliunxsys_cpumem.cpp @@ cpu.m_irq + cpu.m_softirq; @@ cpu.m_irq + cpu.m_softirq + (tokens.size() > 9 ? DevCounter(tokens[9]) : 0);
+cpu-sum-not-wrapped @@ devliunxsys_cpumem.cpp @@ std::uint32_t sum = cpu.m_user + @@ long long sum = static_cast<long long>(cpu.m_user) +
+cpu-range-signed @@ devliunxsys_cpumem.cpp @@ static_cast<unsigned int>(p) > 100u @@ p > 100
+mem-mib-rounded @@ devliunxsys_cpumem.cpp @@ static_cast<double>(kib / 1024) @@ static_cast<double>((kib + 512) / 1024)
