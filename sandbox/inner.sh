@@ -35,12 +35,12 @@ for n in $dirs; do
     mount -o remount,bind,ro $R/$n
 done
 
-# Recording shims for date and dmesg sit in a layer of their own between the case's /usr and the
-# host's, so that nothing is mounted over /usr (that would stop a sandbox nesting its own).
+# Recording shims for date, dmesg and ping sit in a layer of their own between the case's /usr and
+# the host's, so that nothing is mounted over /usr (that would stop a sandbox nesting its own).
 # The real programs stay reachable for the shims; a nested sandbox takes them from its parent's.
 SHIMS=/mnt/shims
 mkdir -p $SHIMS/bin
-for n in date dmesg; do
+for n in date dmesg ping; do
     real=/usr/bin/$n
     [ -x /.sbx-real/$n ] && real=/.sbx-real/$n
     shim=$HERE/recording-shim

@@ -68,6 +68,7 @@ void reset() {
     clearJournal();
     resetDirectories();
     tickOffset = 0;
+    setWallClock(-1);
     setLcdResult(0);
     setRtcResult(0);
     setNetworkResult(0);

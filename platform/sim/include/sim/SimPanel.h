@@ -11,7 +11,7 @@ namespace sim {
 
 // What the simulated runtime, HAL and GUI were asked to do, in order.
 struct JournalEntry {
-    std::string kind;  // "lcd", "rtc", "net", "gui", "beep", "log", "reboot"
+    std::string kind;  // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot"
     // The call as written, e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)",
     // "hal_set_rtc_time(2026-11-21 28:30:05)", "reboot(0x1234567)",
     // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()";
@@ -52,6 +52,10 @@ void resetDirectories();
 // Wexa_GetTickCount is the monotonic clock plus this offset (cumulative).
 void advanceTicks(long long milliseconds);
 
+// gettimeofday stands still at this instant (microseconds since 1970), or follows the real clock
+// again when it is negative. Every usleep is journaled as "wait", e.g. "usleep(30000)".
+void setWallClock(long long microseconds);
+
 // Results the simulated HAL gives (0 = success).
 void setLcdResult(int result);
 void setRtcResult(int result);
@@ -68,8 +72,8 @@ void setLogOutput(const std::string& path, int maxLevel);
 // not the C library's.
 bool rebootIsInterposed();
 
-// Back to the start state: journal empty, default directories, no tick offset, every HAL
-// call succeeding, log output to stderr.
+// Back to the start state: journal empty, default directories, no tick offset, the real wall
+// clock, every HAL call succeeding, log output to stderr.
 void reset();
 
 }  // namespace sim
