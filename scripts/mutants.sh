@@ -120,7 +120,6 @@ read-taken-as-reflesh @@ DevIOCtrl.cpp @@ keyword.CompareNoCase(DEV_STR_REFLESH)
 manager-gets-upper-keyword @@ DevIOCtrl.cpp @@ DevOpear(data, std::string(command.GetString())) @@ DevOpear(data, std::string((keyword + command.Mid(open)).GetString()))
 execntp-outcome-leaks @@ DevIOCtrl.cpp @@     if (arguments.IsEmpty())¶        return 0.0; @@     if (arguments.IsEmpty())¶        return reported(e);
 setntpserver-extra-items @@ DevIOCtrl.cpp @@ items.size() != kNtpServerCount && items.size() != kNtpServerCount + 1 @@ items.size() < kNtpServerCount
-setntpserver-first-only @@ DevIOCtrl.cpp @@ changed |= servers[i] != ntp.m_ntpServer[i]; @@ changed |= i == 0 && servers[i] != ntp.m_ntpServer[i];
 # Channel refresh
 vnc-missing-keeps-old @@ DevBasReflesh.cpp @@     CDevBas::setArrayValue(texts, DEV_CHL_VNC_PWD, password); @@     if (exists)¶        CDevBas::setArrayValue(texts, DEV_CHL_VNC_PWD, password);
 vnc-refresh-no-fallback @@ DevBasReflesh.cpp @@ const QString path = vncCfgFilePath(exists); @@ const QString path = vncCfgPath;¶    exists = QSettings(path, QSettings::IniFormat).contains("/VNCCONFIG/passwd");
@@ -169,6 +168,8 @@ any-address-probes-addresses @@ ntp/NtpExec.cpp @@ countConfiguredAddresses() ==
 period-in-minutes @@ ntp/NtpCtrl.cpp @@ msPerHour = 3600000; @@ msPerHour = 60000;
 shorter-period-no-trigger @@ ntp/NtpCtrl.cpp @@ last.m_ntpFreq != current.m_ntpFreq @@ last.m_ntpFreq < current.m_ntpFreq
 switch-trigger-on-level @@ ntp/NtpCtrl.cpp @@ last.m_ntpSwitch == 0 && current.m_ntpSwitch == 1 @@ current.m_ntpSwitch == 1
+servers-first-compared @@ ntp/NtpCtrl.cpp @@ if (m_ntpServer[i] != servers[i]) @@ if (i == 0 && m_ntpServer[i] != servers[i])
+servers-not-written @@ ntp/NtpCtrl.cpp @@             m_ntpServer[i] = servers[i];¶        writeCfg(m_cfgPath); @@             m_ntpServer[i] = servers[i];
 period-range @@ ntp/NtpCtrl.cpp @@ static_cast<unsigned>(value) - 1u < 24u @@ static_cast<unsigned>(value) - 1u <= 24u
 # Reachability and name servers
 child-limit-long @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 30000;

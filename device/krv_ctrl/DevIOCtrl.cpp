@@ -79,18 +79,7 @@ int setNtpServers(WEXA_DATA& data, NtpCtrl& ntp, const CString& arguments) {
         }
         servers[i] = QString::fromLatin1(text.GetString());
     }
-    {
-        // The worker thread reads the same list.
-        std::lock_guard<std::mutex> lock(ntp.m_mutex);
-        bool changed = false;
-        for (int i = 0; i < kNtpServerCount; ++i)
-            changed |= servers[i] != ntp.m_ntpServer[i];
-        if (changed) {
-            for (int i = 0; i < kNtpServerCount; ++i)
-                ntp.m_ntpServer[i] = servers[i];
-            ntp.writeCfg(ntp.m_cfgPath);
-        }
-    }
+    ntp.setNtpServers(servers);
     if (hasStatus && !setStatus(data, items[kNtpServerCount], 0))
         return -kCodeVariable;
     return 0;

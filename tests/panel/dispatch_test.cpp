@@ -49,11 +49,15 @@ TEST_F(Dispatch, KeywordsAndResultCodesAsUsersTypeThem) {
         {"ModVncPwd(St)", 4, -1, ""},          // a numeric variable gives no text
         {"ModVncPwd(abcdef,Txt)", 4, -1, ""},  // a text variable takes no status
         {"SetNTPServer(a,b,c)", 5, -1, ""},
+        {"SetNTPServer(a,b,c,d,St,x)", 5, -1, ""},
         {"SetNTPServer(St,b,c,d,St)", 4, 4, ""},
         {"SetNTPServer(a,b,c,d,St)", 0, 0, ""},
         {"ExecNTP(Txt)", 4, -1, ""},
+        {"READ(x)", 0, -1, ""},  // no handler of its own: the operation manager's
+        {"GetHiddenPro(x)", 0, -1, ""},
         {"reflesh()", 0, -1, ""},
     };
+    std::string managed;  // the texts the operation manager received
     for (const auto& c : cases) {
         sim::clearJournal();
         rt.database().defineInt("St", -1);
@@ -64,23 +68,31 @@ TEST_F(Dispatch, KeywordsAndResultCodesAsUsersTypeThem) {
         EXPECT_EQ(rt.database().variable("St")->intValue, c.status) << c.command;
         const auto lcd = sim::journal("lcd");
         EXPECT_EQ(lcd.empty() ? "" : lcd.back().text, c.lcd) << c.command;
+        for (const sim::LogRecord& r : sim::logRecords())
+            managed += r.title == "DevOpear begin" ? r.message + ";" : "";
     }
+    EXPECT_EQ(managed, "strCmd = BACKLIGHTOFF)(;strCmd = READ(x);strCmd = GetHiddenPro(x);");
     const sim::LogRecord r = sim::logRecords().back();
     EXPECT_EQ(r.function + "|" + r.file + "|" + std::to_string(r.line) + "|" +
                   std::to_string(r.level) + "|" + r.title + "|" + r.message,
               "mfDevIOCtrl|device/krv_ctrl/DevBas|544|4|mfDevIOCtrl begin|strOrder = REFLESH");
     sim::setLcdResult(-1);
     EXPECT_EQ(rt.device().command("BACKLIGHTON()"), 9);
+    EXPECT_EQ(rt.device().command("BACKLIGHTOFF()"), 9);
 }
 
-TEST_F(Dispatch, SameNtpServersLeaveTheFileAlone) {
+TEST_F(Dispatch, NtpServersAreWrittenOnlyWhenOneChanges) {
     const char* cfg = "/usr/wexa_app/config//ntp_param_cfg.ini";
-    EXPECT_EQ(rt.device().command("SetNTPServer(a,b,c,d)"), 0);
-    utimbuf old{1000, 1000};
-    utime(cfg, &old);
-    EXPECT_EQ(rt.device().command("SetNTPServer( a,b , c,d)"), 0);
-    struct stat st;
-    EXPECT_TRUE(stat(cfg, &st) != 0 || st.st_mtime == 1000);
+    ASSERT_EQ(rt.device().command("SetNTPServer(a,b,c,d)"), 0);
+    for (const char* servers : {" a,b , c,d", "a,b,c,e"}) {  // the same four, then the fourth new
+        utimbuf old{1000, 1000};
+        ASSERT_EQ(utime(cfg, &old), 0);
+        EXPECT_EQ(rt.device().command(std::string("SetNTPServer(") + servers + ")"), 0);
+        struct stat st;
+        ASSERT_EQ(stat(cfg, &st), 0);
+        EXPECT_EQ(st.st_mtime != 1000, servers[0] == 'a') << servers;
+    }
+    EXPECT_EQ(krv_test::iniValue(cfg, "ntp_server4"), "e");
 }
 
 TEST_F(Dispatch, ExecNtpReportsItsOutcomeOnlyInTheStatus) {
@@ -90,6 +102,7 @@ TEST_F(Dispatch, ExecNtpReportsItsOutcomeOnlyInTheStatus) {
     ASSERT_EQ(rt.device().command("EnableNTP(1)"), 0);
     EXPECT_EQ(rt.device().command("ExecNTP(St)"), 0);
     EXPECT_EQ(rt.database().variable("St")->intValue, 10);
+    EXPECT_EQ(rt.device().command("ExecNTP()"), 0);
     EXPECT_EQ(rt.device().command("EnableNTP(0)"), 0);
 }
 

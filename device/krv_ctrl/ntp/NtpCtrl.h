@@ -30,7 +30,8 @@ public:
     int enableNtp(int value);
     int setNtpMode(int value);
     int setNtpFreq(int value);
-    // Replaces the four servers and rewrites the file when any differs; 0.
+    // Replaces the four servers and rewrites the file when any differs, under the mutex (the
+    // worker reads the same list); 0.
     int setNtpServers(const QString servers[4]);
     // Sets one server (index 0..3) and rewrites the file when it differs; 0, or -4 for
     // another index.
