@@ -273,4 +273,60 @@ NtpServer::~NtpServer() {
     }
 }
 
+SntpResponder::SntpResponder(const char* address) : fd_(socket(AF_INET, SOCK_DGRAM, 0)) {
+    setTimes(0, 0, 0);
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_port = htons(123);
+    inet_pton(AF_INET, address, &at.sin_addr);
+    if (bind(fd_, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0)
+        std::fprintf(stderr, "SNTP responder: cannot bind %s:123\n", address);
+    thread_ = std::thread([this] {
+        for (pollfd p = {fd_, POLLIN, 0}; !stop_;) {
+            if (poll(&p, 1, 50) == 1)
+                answer();
+        }
+    });
+}
+
+SntpResponder::~SntpResponder() {
+    stop_ = true;
+    thread_.join();
+    close(fd_);
+}
+
+void SntpResponder::setReply(const std::string& bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reply_ = bytes.substr(0, 48);
+}
+
+void SntpResponder::setTimes(int64_t t1, int64_t t2, int64_t t3) {
+    std::string packet(48, '\0');
+    const int64_t times[3] = {t1, t2, t3};
+    for (int i = 0; i < 3; ++i) {
+        const uint64_t us = static_cast<uint64_t>(times[i]);
+        const uint32_t words[2] = {htonl(uint32_t(us / 1000000 + 2208988800u)),
+                                   htonl(uint32_t(((us % 1000000) << 32) / 1000000))};
+        std::memcpy(&packet[24 + 8 * i], words, 8);
+    }
+    setReply(packet);
+}
+
+std::string SntpResponder::lastRequest() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return request_;
+}
+
+void SntpResponder::answer() {
+    char packet[48];
+    sockaddr_in from{};
+    socklen_t fromLen = sizeof from;
+    const ssize_t n = recvfrom(fd_, packet, 48, 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
+    std::lock_guard<std::mutex> lock(mutex_);
+    request_.assign(packet, n > 0 ? n : 0);
+    ++requests_;
+    if (!reply_.empty())
+        sendto(fd_, reply_.data(), reply_.size(), 0, reinterpret_cast<sockaddr*>(&from), fromLen);
+}
+
 }  // namespace krv_test

@@ -5,7 +5,11 @@
 
 #include <sys/types.h>
 
+#include <atomic>
+#include <cstdint>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace krv_test {
@@ -76,6 +80,32 @@ public:
 private:
     pid_t pid_ = -1;
     bool ready_ = false;
+};
+
+// An SNTP server at `address`:123 run by a thread of this process: it answers every request with
+// the reply set last (at most 48 bytes; empty: no answer), at first one with T1 = T2 = T3 = 1970.
+class SntpResponder {
+public:
+    explicit SntpResponder(const char* address = "127.0.0.1");
+    ~SntpResponder();
+    SntpResponder(const SntpResponder&) = delete;
+    SntpResponder& operator=(const SntpResponder&) = delete;
+    void setReply(const std::string& bytes);
+    // A whole reply whose T1, T2, T3 are these instants, in microseconds since 1970.
+    void setTimes(int64_t t1, int64_t t2, int64_t t3);
+    int requests() const { return requests_; }
+    std::string lastRequest() const;
+
+private:
+    void answer();
+    // Guarded: the client orders the two threads only through the socket, which ThreadSanitizer
+    // cannot see.
+    mutable std::mutex mutex_;
+    std::string reply_, request_;
+    std::atomic<int> requests_{0};
+    std::atomic<bool> stop_{false};
+    int fd_;
+    std::thread thread_;
 };
 
 }  // namespace krv_test
