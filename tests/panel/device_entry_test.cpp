@@ -87,7 +87,13 @@ TEST_F(DeviceEntry, ArraySizingSeenInPushes) {
     rt.database().resetPushes();
     EXPECT_EQ(dev.collect(std::vector<int>(9, 3)), 0);
     EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(rt.communication().serviceCalls().size(), 4u);
+    // A poll answers element 0 as the last command left it. Slot 15 comes before every poll,
+    // command and write, but not before a poll without flags.
+    EXPECT_EQ(dev.collect(nullptr, 5), 0);
+    EXPECT_EQ(dev.command("ModVncPwd(a,b,c)"), 5);
+    EXPECT_EQ(dev.collect({0, 0, 0}), 5);
+    EXPECT_EQ(dev.writeInt(30, 1), 0);
+    EXPECT_EQ(rt.communication().serviceCalls().size(), 7u);
 }
 
 // A write without a value type is an empty command: the next poll does not refresh. (Writes of

@@ -73,6 +73,12 @@ TEST_F(Store, DirectoryIsAskedForOnEveryAccess) {
     EXPECT_EQ(krv_test::readFile("/tmp/wexa_app_conf.ini"), "[DEVICE]\nbacklight_status=0\n");
     sim::setDirectory(1, "");
     EXPECT_EQ(AppCfgStore().filePath(), "/usr/wexa_app/config/wexa_app_conf.ini");
+    // An empty name touches nothing: no file is created, a value read stays as it was.
+    EXPECT_EQ(IniOperator::FileIniWriteValue("/tmp/new.ini", "", "key", "v"), -1);
+    EXPECT_FALSE(krv_test::fileExists("/tmp/new.ini"));
+    QString value = "kept";
+    EXPECT_EQ(IniOperator::FileIniReadValue("/tmp/wexa_app_conf.ini", "DEVICE", "", value, ""), 0);
+    EXPECT_EQ(value, "kept");
 }
 
 // Processes that each read-modify-write a counter under the lock lose no update, and

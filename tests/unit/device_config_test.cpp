@@ -7,6 +7,8 @@
 #include "DevBas.h"
 #include "DevCtrl.h"
 #include "OwnerArchive.h"
+#include "host/Communication.h"
+#include "host/Database.h"
 
 TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
     struct Case {
@@ -68,7 +70,8 @@ TEST(DeviceConfig, ArchiveModesAndBounds) {
 }
 
 TEST(DeviceConfig, LifeCycle) {
-    CDevCtrl dev("dev", nullptr);
+    host::Database db;
+    CDevCtrl dev("dev", &db);
     const unsigned char first[] = {0x01, 0, 0, 0, 0x2A, 0, 0, 0};
     const unsigned char second[] = {0x01, 0, 0, 0, 0x63, 0, 0, 0};
     ASSERT_EQ(dev.InitDevice(first, sizeof first), 0);
@@ -78,6 +81,14 @@ TEST(DeviceConfig, LifeCycle) {
     EXPECT_EQ(dev.InitDevice(second, sizeof second), 0);  // the first configuration stays
     EXPECT_EQ(dev.GetRecord().pDevBas, bas);
     EXPECT_EQ(bas->m_params[0], 42);
+    // The runtime's link state 1 is the record's communication state 2.
+    host::Communication comm(1);
+    EXPECT_EQ(dev.UpdataCommunication(&comm), 0);
+    EXPECT_EQ(dev.GetRecord().nCommState, 2);
+    // A refresh into the eleven entries of ten channels grows neither array.
+    const int flags[10] = {};
+    EXPECT_EQ(dev.CollectDevData(flags, 10), 0);
+    EXPECT_EQ(dev.GetValueArray().GetSize() + dev.GetStringArray().GetSize(), 22);
     EXPECT_EQ(dev.CleanupDevice(), 0);
     EXPECT_EQ(dev.GetRecord().pDevBas, nullptr);
     EXPECT_EQ(dev.CleanupDevice(), 0);

@@ -6,8 +6,9 @@
 
 namespace {
 
-std::string Stat(long long busy, long long idle) {
-    return "cpu  " + std::to_string(busy) + " 0 0 " + std::to_string(idle) + " 0 0 0 0 0 0\n";
+// The first line of /proc/stat: user, nice, system, idle, iowait, irq, softirq, steal and guests.
+std::string Stat(const std::string& counters) {
+    return "cpu  " + counters + " 0 0\n";
 }
 
 // The "available" column of procps `free -m`.
@@ -28,14 +29,19 @@ int FreeAvailableMiB() {
 TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
     sim::clearJournal();
     const std::pair<std::string, double> steps[] = {
-        {Stat(200, 800), 0.2},     // first call: since boot
-        {Stat(574, 1426), 0.37},   // use 0.374
-        {Stat(949, 2051), 0.38},   // use 0.375 rounds up
-        {Stat(949, 2051), 0.38},   // unchanged: last value
-        {Stat(1100, 2000), 0.38},  // idle went backwards: last value, interval skipped
-        {Stat(1200, 2000), 1.0},   // full load
-        {"cpu 1 2 3\n", 1.0},      // malformed: zero counters, last value
-        {Stat(50, 150), 0.25},     // measured from the zero sample
+        {Stat("200 0 0 800 0 0 0 0"), 0.2},     // first call: since boot
+        {Stat("574 0 0 1426 0 0 0 0"), 0.37},   // use 0.374
+        {Stat("949 0 0 2051 0 0 0 0"), 0.38},   // use 0.375 rounds up
+        {Stat("949 0 0 2051 0 0 0 0"), 0.38},   // unchanged: last value
+        {Stat("1100 0 0 2000 0 0 0 0"), 0.38},  // idle went backwards: last value, interval skipped
+        {Stat("1200 0 0 2000 0 0 0 0"), 1.0},   // full load
+        {"cpu 1 2 3\n", 1.0},                   // malformed: zero counters, last value
+        {Stat("50 0 0 150 0 0 0 0"), 0.25},     // measured from the zero sample
+        // 10 idle of 110: iowait is busy time, every counter to softirq counts, steal does not.
+        {Stat("60 10 10 160 50 10 10 500"), 0.91},
+        // Counters stop at 2^31 - 1 like a 32-bit strtol; their sum wraps at 32 bits: backwards.
+        {Stat("2147483647 10 10 2147483600 50 10 10 0"), 0.91},
+        {Stat("2147483647 53 0 2147483647 0 0 0 0"), 0.91},  // idle grew more than the total
     };
     for (const auto& [line, use] : steps) {
         krv_test::BoundFile stat("/proc/stat", line);
@@ -43,12 +49,15 @@ TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
         EXPECT_EQ(mgr.DevOpear(data, "GetCpuUse(10)"), 0);
         EXPECT_DOUBLE_EQ(bas.m_cpuUse, use) << line;
     }
-    int errors = 0;  // unchanged, backwards, malformed
+    std::string errors;  // unchanged, backwards, malformed, wrapped; then use below zero
     for (const sim::LogRecord& r : sim::logRecords()) {
-        errors += r.module == 3 && r.file == "device/krv_ctrl/devliunxsys" && r.level == 1 &&
-                  r.title == "CPUUSE DevOpear calc error";
+        if (r.module == 3 && r.file == "device/krv_ctrl/devliunxsys" && r.level == 1)
+            errors += r.title + ";";
     }
-    EXPECT_EQ(errors, 3);
+    EXPECT_EQ(errors,
+              "CPUUSE DevOpear calc error;CPUUSE DevOpear calc error;"
+              "CPUUSE DevOpear calc error;CPUUSE DevOpear calc error;"
+              "CPUUSE DevOpear calc error(out of range);");
     bas.m_cpuUse = -1;
     EXPECT_EQ(mgr.DevOpear(data, "GetCpuUse()"), 0);
     EXPECT_EQ(bas.m_cpuUse, -1);  // computed, not stored
