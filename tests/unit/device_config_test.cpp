@@ -1,12 +1,43 @@
 // The configuration archive, the blob forms read by InitDevice and the device
 // object's state that its slots do not show.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <new>
 #include <vector>
 
 #include "DevBas.h"
 #include "DevCtrl.h"
 #include "OwnerArchive.h"
+#include "host/Database.h"
+
+// Allocation failure on demand, for the driver's objects as for everything else in this
+// program: the next allocation of at least g_failSize bytes made by g_failThread throws, once.
+static std::atomic<std::size_t> g_failSize{0};
+static pthread_t g_failThread;
+
+static void failNextAllocation(pthread_t thread, std::size_t atLeast) {
+    g_failThread = thread;
+    g_failSize = atLeast;
+}
+
+void* operator new(std::size_t size) {
+    std::size_t armed = g_failSize.load();
+    if (armed != 0 && size >= armed && pthread_equal(pthread_self(), g_failThread) &&
+        g_failSize.compare_exchange_strong(armed, 0))
+        throw std::bad_alloc();
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
     struct Case {
@@ -73,4 +104,22 @@ TEST(DeviceConfig, LifeCycle) {
     EXPECT_EQ(dev.CleanupDevice(), 0);
     EXPECT_EQ(dev.GetRecord().pDevBas, nullptr);
     EXPECT_EQ(dev.CleanupDevice(), 0);
+}
+
+// Growth that fails half-way (the text array cannot be had) leaves the arrays and the highest
+// index as they were; the next poll with the same count grows them all.
+TEST(DeviceConfig, FailedGrowthLeavesTheArraysConsistent) {
+    host::Database db;
+    CDevCtrl dev("dev", &db);
+    const std::vector<int> flags(20000, 0);
+    ASSERT_EQ(dev.CollectDevData(flags.data(), 3), 0);
+    failNextAllocation(pthread_self(), 20001 * sizeof(CString));
+    EXPECT_EQ(dev.CollectDevData(flags.data(), 20000), DEVCTRL_BAD_ARGUMENT);
+    for (int n : {10, 20001}) {
+        EXPECT_EQ(dev.GetMaxChannel(), n - 1);
+        EXPECT_EQ(dev.GetValueArray().GetSize(), n);
+        EXPECT_EQ(dev.GetStringArray().GetSize(), n);
+        EXPECT_EQ(dev.GetStatusArray().GetSize(), n);
+        EXPECT_EQ(dev.CollectDevData(flags.data(), 20000), 0);
+    }
 }
