@@ -191,4 +191,30 @@ TEST_F(Faults, CommandsWaitForLocksHeldByOtherProcesses) {
     EXPECT_EQ(iniValue(kNtpCfg, "ntp_server1"), "ntp.panel.test");
 }
 
+// A FIFO (whose open used to wait for a writer), a directory or a link planted at a lock name
+// blocks nothing, and does what a lock file that cannot be opened does: channel writes are
+// dropped with 0, the refresh keeps the settings it showed, the name-server probe fails.
+TEST_F(Faults, LockNamesTakenByOtherFilesFailClosed) {
+    krv_test::NtpServer chrony;
+    ASSERT_TRUE(chrony.ok());
+    ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
+    rt.database().defineChannels(std::vector<DATATYPE>(19, DATATYPE_DOUBLE));
+    for (const std::string lock : {"/tmp/wexa_app_conf.lck", "/tmp/dns_access_lock.lck"}) {
+        const bool app = lock == "/tmp/wexa_app_conf.lck";
+        for (const char* plant : {"mkfifo ", "mkdir ", "ln -s /tmp/elsewhere "}) {
+            SCOPED_TRACE(plant + lock);
+            resetFiles();
+            ASSERT_EQ(rt.device().command("REFLESH()"), 0);
+            rt.device().collect(std::vector<int>(19, 0));
+            Fault fault("rm -f " + lock + " && " + plant + lock, "rm -rf " + lock);
+            EXPECT_EQ(rt.device().writeInt(3, 4321), 0);
+            EXPECT_EQ(iniValue(kAppCfg, "buzz_duration"), app ? "250" : "4321");
+            krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
+            rt.device().collect(std::vector<int>(19, 0));
+            EXPECT_EQ(rt.database().channel(3)->doubleValue, app ? 250 : 77);
+            EXPECT_EQ(outcome("ExecNTP(St)"), app ? "0/0" : "0/10");
+        }
+    }
+}
+
 }  // namespace
