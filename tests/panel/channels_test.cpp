@@ -169,6 +169,16 @@ TEST_F(Channels, EveryKindOfWriteReachesThePanelAndTheNextPoll) {
         {13, DATATYPE_DOUBLE, "1", 0, "0", "ntp_mode", "0", ""},
         {16, DATATYPE_STRING, "10.0.0.1", 0, "10.0.0.1", "ntp_server2", "10.0.0.1", ""},
         {19, DATATYPE_STRING, "abcdef12", 0, "abcdef12", "passwd", "abcdef12", ""},
+        {19, DATATYPE_STRING, "secret)Tail99", 0, "secret", "passwd", "secret", ""},  // ")" ends it
+        {19, DATATYPE_STRING, "", 0, "", "passwd", "", ""},  // clears the password
+        // Checked as decimal, applied by inet_addr: a leading 0 is octal, and what inet_addr
+        // cannot read (a 9 in an octal part, trailing text) becomes 255.255.255.255.
+        {1, DATATYPE_STRING, "10.0.0.010", 0, "10.0.0.8", "eth0", "10.0.0.8/16",
+         "hal_set_ip_addr(eth0,10.0.0.8,255.255.0.0);"},
+        {2, DATATYPE_STRING, "255.255.255.0abc", 0, "255.255.255.255", "eth0", "10.0.0.8/32",
+         "hal_set_ip_addr(eth0,10.0.0.8,255.255.255.255);"},
+        {1, DATATYPE_STRING, "10.0.0.09", 0, "255.255.255.255", "eth0", "255.255.255.255/32",
+         "hal_set_ip_addr(eth0,255.255.255.255,255.255.255.255);"},
     };
     poll();
     for (const auto& c : cases) {
