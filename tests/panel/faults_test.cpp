@@ -1,9 +1,14 @@
 // The panel misbehaving around the driver: /tmp full or read-only, configuration directories
 // missing or read-only, no log directory, an NTP server that stops answering mid-run, and other
 // processes holding the lock files for seconds. A watchdog turns a hang into a failure.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -189,6 +194,52 @@ TEST_F(Faults, CommandsWaitForLocksHeldByOtherProcesses) {
     }
     EXPECT_EQ(iniValue(kAppCfg, "buzz_duration"), "4321");
     EXPECT_EQ(iniValue(kNtpCfg, "ntp_server1"), "ntp.panel.test");
+}
+
+// A lock held for good by another process: the worker waits in its blocking flock on the resolver
+// lock (a host name needs the name servers), and clean-up, which joins the worker, waits with it,
+// without a time-out. Once the holder lets go, both end.
+TEST_F(Faults, LockHeldForeverHoldsUpCleanupInTheWorkersFlock) {
+    const char lock[] = "/tmp/dns_access_lock.lck";
+    ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t holder = fork();
+    if (holder == 0) {
+        flock(open(lock, O_RDONLY | O_CREAT, 0666), LOCK_EX);
+        _exit(write(ready[1], "", 1) == 1 ? pause() : 1);
+    }
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    struct stat st;
+    ASSERT_EQ(stat(lock, &st), 0);
+    // This process waiting for a whole-file lock on the lock file, as the kernel lists it.
+    const std::string waiter = " " + std::to_string(getpid()) + " ";
+    const std::string inode = ":" + std::to_string(st.st_ino) + " ";
+    auto waiting = [&] {
+        const std::string locks = krv_test::readFile("/proc/locks");
+        for (size_t at = 0; (at = locks.find("-> FLOCK", at)) != std::string::npos; ++at) {
+            const std::string line = locks.substr(at, locks.find('\n', at) - at);
+            if (line.find(waiter) != std::string::npos && line.find(inode) != std::string::npos)
+                return true;
+        }
+        return false;
+    };
+    EXPECT_EQ(outcome("SetNTPMode(1)"), "0/-1");  // the worker synchronises at once
+    for (int i = 0; i < 1000 && !waiting(); ++i)
+        usleep(10000);
+    ASSERT_TRUE(waiting());
+    std::atomic<bool> done{false};
+    std::thread cleanup([&] {
+        rt.device().cleanup();
+        done = true;
+    });
+    sleep(3);
+    EXPECT_FALSE(done);
+    EXPECT_TRUE(waiting());
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    cleanup.join();  // within the watchdog's time
 }
 
 // A FIFO (whose open used to wait for a writer), a directory or a link planted at a lock name
