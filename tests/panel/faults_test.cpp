@@ -207,7 +207,9 @@ TEST_F(Faults, LockHeldForeverHoldsUpCleanupInTheWorkersFlock) {
     const pid_t holder = fork();
     if (holder == 0) {
         flock(open(lock, O_RDONLY | O_CREAT, 0666), LOCK_EX);
-        _exit(write(ready[1], "", 1) == 1 ? pause() : 1);
+        if (write(ready[1], "", 1) == 1)
+            pause();
+        _exit(0);
     }
     char byte;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
