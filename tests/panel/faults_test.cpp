@@ -66,33 +66,56 @@ protected:
     host::Runtime rt{KRV_DRIVER_PATH};
 };
 
-TEST_F(Faults, TmpFullOrReadOnly) {
+// /tmp full or read-only, or a FIFO (whose open used to wait for a writer), a directory or a
+// link planted at a lock name: nothing blocks, and a lock file that cannot be had drops channel
+// writes with 0, keeps the settings the refresh showed, and fails the name-server probe.
+TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
     krv_test::NtpServer chrony;
     ASSERT_TRUE(chrony.ok());
+    ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
+    rt.database().defineChannels(std::vector<DATATYPE>(19, DATATYPE_DOUBLE));
     const std::string fill = " && (dd if=/dev/zero of=/tmp/fill bs=4k 2>/dev/null; true)";
+    const std::string app = "/tmp/wexa_app_conf.lck", dns = "/tmp/dns_access_lock.lck";
+    auto plant = [](const std::string& make, const std::string& lock) {
+        return "rm -f " + lock + " && " + make + " " + lock;
+    };
     krv_test::writeFile("/sbx/fake_dmesg.txt", "[    0.000000] Booting Linux\n");
     const struct {
         std::string make;
         const char* stored;            // buzz_duration after a write of 4321
+        double shown;                  // by the refresh once the file holds 77
         const char *execNtp, *sysLog;  // outcomes
     } cases[] = {
-        {"true", "4321", "0/0", "0/0"},
-        {"mount -t tmpfs -o size=64k t /tmp" + fill, "4321", "0/10", "3/-1"},
-        {"mount -t tmpfs -o size=64k,nr_inodes=2 t /tmp" + fill, "250", "0/10", "3/-1"},
-        {"mount -t tmpfs -o ro t /tmp", "250", "0/10", "3/-1"},
-        {"mount -t tmpfs t /tmp && touch /tmp/wexa_app_conf.lck && mount -o remount,ro t /tmp",
-         "4321", "0/10", "3/-1"},
+        {"true", "4321", 77, "0/0", "0/0"},
+        {"mount -t tmpfs -o size=64k t /tmp" + fill, "4321", 77, "0/10", "3/-1"},
+        {"mount -t tmpfs -o size=64k,nr_inodes=2 t /tmp" + fill, "250", 250, "0/10", "3/-1"},
+        {"mount -t tmpfs -o ro t /tmp", "250", 250, "0/10", "3/-1"},
+        {"mount -t tmpfs t /tmp && touch " + app + " && mount -o remount,ro t /tmp", "4321", 77,
+         "0/10", "3/-1"},
+        {plant("mkfifo", app), "250", 250, "0/0", "0/0"},
+        {plant("mkdir", app), "250", 250, "0/0", "0/0"},
+        {plant("ln -s /tmp/elsewhere", app), "250", 250, "0/0", "0/0"},
+        {plant("mkfifo", dns), "4321", 77, "0/10", "0/0"},
+        {plant("mkdir", dns), "4321", 77, "0/10", "0/0"},
+        {plant("ln -s /tmp/elsewhere", dns), "4321", 77, "0/10", "0/0"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.make);
         resetFiles();
         rt.database().defineText("Txt", "old");
-        Fault fault(c.make, c.make == "true" ? "true" : "umount /tmp");
+        ASSERT_EQ(rt.device().command("REFLESH()"), 0);
+        rt.device().collect(std::vector<int>(19, 0));
+        Fault fault(c.make,
+                    c.make.rfind("mount", 0) == 0 ? "umount /tmp" : "rm -rf " + app + " " + dns);
         EXPECT_EQ(rt.device().writeInt(3, 4321), 0);
         EXPECT_EQ(iniValue(kAppCfg, "buzz_duration"), c.stored);
+        krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
+        rt.device().collect(std::vector<int>(19, 0));
+        EXPECT_EQ(rt.database().channel(3)->doubleValue, c.shown);
         EXPECT_EQ(outcome("ExecNTP(St)"), c.execNtp);
         EXPECT_EQ(outcome("ReadSysLog(0,4,Txt,St)"), c.sysLog);
     }
+    EXPECT_FALSE(krv_test::fileExists("/tmp/elsewhere"));  // a planted link made nothing
 }
 
 TEST_F(Faults, ConfigurationDirectoriesMissingFullOrReadOnly) {
@@ -239,34 +262,6 @@ TEST_F(Faults, LocksHeldByOtherProcessesAreWaitedForWithoutTimeOut) {
         EXPECT_EQ(got, c.outcome ? c.outcome : "0/-1");
     }
     EXPECT_EQ(iniValue(kAppCfg, "buzz_duration"), "4321");
-}
-
-// A FIFO (whose open used to wait for a writer), a directory or a link planted at a lock name
-// blocks nothing, and does what a lock file that cannot be opened does: channel writes are
-// dropped with 0, the refresh keeps the settings it showed, the name-server probe fails. A link
-// creates nothing where it points.
-TEST_F(Faults, LockNamesTakenByOtherFilesFailClosed) {
-    krv_test::NtpServer chrony;
-    ASSERT_TRUE(chrony.ok());
-    ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
-    rt.database().defineChannels(std::vector<DATATYPE>(19, DATATYPE_DOUBLE));
-    for (const std::string lock : {"/tmp/wexa_app_conf.lck", "/tmp/dns_access_lock.lck"}) {
-        const bool app = lock == "/tmp/wexa_app_conf.lck";
-        for (const char* plant : {"mkfifo ", "mkdir ", "ln -s /tmp/elsewhere "}) {
-            SCOPED_TRACE(plant + lock);
-            resetFiles();
-            ASSERT_EQ(rt.device().command("REFLESH()"), 0);
-            rt.device().collect(std::vector<int>(19, 0));
-            Fault fault("rm -f " + lock + " && " + plant + lock, "rm -rf " + lock);
-            EXPECT_EQ(rt.device().writeInt(3, 4321), 0);
-            EXPECT_EQ(iniValue(kAppCfg, "buzz_duration"), app ? "250" : "4321");
-            krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
-            rt.device().collect(std::vector<int>(19, 0));
-            EXPECT_EQ(rt.database().channel(3)->doubleValue, app ? 250 : 77);
-            EXPECT_EQ(outcome("ExecNTP(St)"), app ? "0/0" : "0/10");
-            EXPECT_FALSE(krv_test::fileExists("/tmp/elsewhere"));  // the link made nothing
-        }
-    }
 }
 
 }  // namespace
