@@ -18,13 +18,8 @@
 
 // Allocation failure on demand, for the driver's objects as for everything else in this
 // program: the next allocation of at least g_failSize bytes made by g_failThread throws, once.
-static std::atomic<std::size_t> g_failSize{0};
 static pthread_t g_failThread;
-
-static void failNextAllocation(pthread_t thread, std::size_t atLeast) {
-    g_failThread = thread;
-    g_failSize = atLeast;
-}
+static std::atomic<std::size_t> g_failSize{0};  // set after g_failThread; 0: off
 
 void* operator new(std::size_t size) {
     std::size_t armed = g_failSize.load();
@@ -116,7 +111,8 @@ TEST(DeviceConfig, FailedGrowthLeavesTheArraysConsistent) {
     CDevCtrl dev("dev", &db);
     const std::vector<int> flags(20000, 0);
     ASSERT_EQ(dev.CollectDevData(flags.data(), 3), 0);
-    failNextAllocation(pthread_self(), 20001 * sizeof(CString));
+    g_failThread = pthread_self();
+    g_failSize = 20001 * sizeof(CString);
     EXPECT_EQ(dev.CollectDevData(flags.data(), 20000), DEVCTRL_BAD_ARGUMENT);
     for (int n : {10, 20001}) {
         EXPECT_EQ(dev.GetMaxChannel(), n - 1);
@@ -141,7 +137,8 @@ TEST(DeviceConfig, NtpWorkerOutlivesAnException) {
     const unsigned char blob[] = {0, 0};
     ASSERT_EQ(dev.InitDevice(blob, sizeof blob), 0);
     NtpCtrl& ntp = *dev.GetRecord().pDevBas->m_pNtpCtrl;
-    failNextAllocation(ntp.m_thread, 1);
+    g_failThread = ntp.m_thread;
+    g_failSize = 1;
     ntp.setNtpMode(1);  // the worker synchronises at once
     EXPECT_TRUE(sim::waitForJournal("rtc", 1, 20000));
     EXPECT_EQ(g_failSize, 0u);
