@@ -1,6 +1,7 @@
-// The panel misbehaving around the driver: /tmp full or read-only, configuration directories
-// missing or read-only, no log directory, an NTP server that stops answering mid-run, and other
-// processes holding the lock files for seconds. A watchdog turns a hang into a failure.
+// The panel misbehaving around the driver: /tmp full or read-only, other files planted at the lock
+// names, configuration directories missing or read-only, no log directory, an NTP server that
+// stops answering mid-run, and other processes holding the lock files. A watchdog turns a hang
+// into a failure.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
