@@ -36,6 +36,10 @@ TEST_F(SysOpsTest, CpuUseOverSuccessiveSamples) {
         {Stat(1200, 2000), 1.0},   // full load
         {"cpu 1 2 3\n", 1.0},      // malformed: zero counters, last value
         {Stat(50, 150), 0.25},     // measured from the zero sample
+        // The panel's strtol is 32-bit: idle ticks past 2^31 - 1 stay there, so an idle
+        // panel reads fully loaded from then on.
+        {Stat(150, 2147483648LL), 0.0},
+        {Stat(250, 2147493648LL), 1.0},
     };
     for (const auto& [line, use] : steps) {
         krv_test::BoundFile stat("/proc/stat", line);

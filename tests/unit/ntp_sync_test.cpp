@@ -80,6 +80,7 @@ class Responder {
 public:
     std::atomic<int> replyLength{48};
     std::atomic<int64_t> offsetUs{0};
+    std::atomic<bool> spoof{false};  // reply from another address and port
     // The last request. Guarded: the client's exchange orders the two threads only through the
     // socket, which ThreadSanitizer cannot see.
     std::string request() const {
@@ -93,6 +94,9 @@ public:
         at.sin_port = htons(123);
         at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         EXPECT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&at), sizeof at));
+        at.sin_port = 0;
+        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+        EXPECT_EQ(0, bind(m_spoofFd, reinterpret_cast<sockaddr*>(&at), sizeof at));
         m_thread = std::thread([this] {
             for (pollfd p = {m_fd, POLLIN, 0}; !m_stop;) {
                 if (poll(&p, 1, 50) == 1)
@@ -104,6 +108,7 @@ public:
         m_stop = true;
         m_thread.join();
         close(m_fd);
+        close(m_spoofFd);
     }
 
 private:
@@ -127,11 +132,13 @@ private:
         putTime(packet + 32, t1 + offsetUs);
         putTime(packet + 40, t1 + offsetUs);
         if (replyLength > 0)
-            sendto(m_fd, packet, replyLength, 0, reinterpret_cast<sockaddr*>(&from), fromLen);
+            sendto(spoof ? m_spoofFd : m_fd, packet, replyLength, 0,
+                   reinterpret_cast<sockaddr*>(&from), fromLen);
     }
     mutable std::mutex m_mutex;
     std::string m_request;
     int m_fd;
+    int m_spoofFd = socket(AF_INET, SOCK_DGRAM, 0);
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
@@ -254,8 +261,18 @@ TEST(NtpExchange, RequestOffsetsAndTimeZoneFallback) {
     uint32_t seconds = ntohl(*reinterpret_cast<const uint32_t*>(req.data() + 40));
     EXPECT_NEAR(double(time(nullptr) + 2208988800u), double(seconds), 2.0);
 
-    server.replyLength = 1;  // taken as it stands
+    // Whatever answers is believed: a reply from another address and port sets the clocks,
+    // and a one-byte reply (all timestamps zero, i.e. 2036-02-07 06:28:16 UTC) sets them half
+    // way from now to that date.
+    server.spoof = true;
+    server.offsetUs = 365 * 86400 * int64_t(1000000);
+    time_t before = time(nullptr);
     EXPECT_EQ(0, ctrl->execNtp());
+    expectSetTo(before, 365 * 86400);
+    server.replyLength = 1;
+    before = time(nullptr);
+    EXPECT_EQ(0, ctrl->execNtp());
+    expectSetTo(before, static_cast<int>((2085978496 - before) / 2), 1);
     // No time zone: 20:30 UTC becomes hour 28 of the same day.
     unlink("/etc/timezone");
     server.replyLength = 48;
