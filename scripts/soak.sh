@@ -4,9 +4,10 @@
 # Builds the driver and krv-soak in BUILD_DIR (default: build) and runs the soak inside the panel
 # sandbox with two interfaces and the NTP server in the peer: every round one NTP period passes
 # on the runtime's tick count and the worker synchronises; commands of every family and every
-# channel write go in beside it, and the device is polled. Prints resident memory, heap in use and
-# open descriptors at start, after the warm-up, periodically and at the end; fails when any of
-# them grew after the warm-up.
+# channel write go in beside it, and the device is polled; every fortieth round another process
+# holds the lock files for two seconds, and a few rounds later the NTP server is silent for three
+# rounds. Prints resident memory, heap in use and open descriptors at start, after the warm-up,
+# periodically and at the end; fails when any of them grew after the warm-up.
 #   scripts/soak.sh 20      twenty minutes
 #   scripts/soak.sh 120r    a hundred and twenty rounds (about a minute)
 set -eu

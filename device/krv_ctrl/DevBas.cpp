@@ -1,7 +1,5 @@
 #include "DevBas.h"
 
-#include <algorithm>
-
 #include "OwnerArchive.h"
 #include "devliunxsys.h"
 #include "ntp/NtpCtrl.h"
@@ -23,14 +21,17 @@ int CDevBas::mfDeserializeFromOld(WEXA_DATA& data) {
     if (data.pArchive == nullptr)
         return 0;
     COwnerArchive& archive = *data.pArchive;
-    const int count = archive.SvrReadInt32();
-    // A negative count cannot size anything: it stands for an empty array. A count beyond the
-    // bytes left in the archive cannot be the editor's: it is cut there, so that a corrupt blob
-    // costs no more than a few times its own size instead of gigabytes. Values past the end of
-    // a short blob still read as 0.
-    const int room = std::max(archive.GetSize() - archive.GetPosition(), 0);
-    m_params.SetSize(std::clamp(count, 0, room));
-    for (int i = 0; i < m_params.GetSize(); ++i)
+    int count = archive.SvrReadInt32();
+    // The array takes the count the blob gives and a value that cannot be read stays 0, so a
+    // short blob still yields every parameter. A negative count stands for an empty array. The
+    // editor writes a handful of parameters: a count above kMaxParamCount can only be corrupt or
+    // hostile and is cut there, so that it cannot allocate gigabytes.
+    if (count < 0)
+        count = 0;
+    else if (count > kMaxParamCount)
+        count = kMaxParamCount;
+    m_params.SetSize(count);
+    for (int i = 0; i < count; ++i)
         m_params[i] = archive.SvrReadInt32();
     return 0;
 }

@@ -66,6 +66,8 @@ public:
     CDevBas& operator=(const CDevBas&) = delete;
 
     // --- configuration blob (device parameters) ---
+    // Most parameters a blob may give (256 KiB); a larger count is read as this many.
+    static const int kMaxParamCount = 65536;
     int mfDeserializeFromOld(WEXA_DATA& data);
 
     // --- channel refresh ---

@@ -194,19 +194,27 @@ void CDevCtrl::_InitValueArray(int count) {
     // leaves a ten-entry array alone, one for 1..8 resizes it to ten each time.
     if (m_nMaxChannel != 0 && m_nMaxChannel == count)
         return;
-    if (count <= 0) {
-        if (m_nMaxChannel > 0)
-            return;
-        m_nMaxChannel = kMinMaxChannel;
-    } else if (count <= 8) {
-        m_nMaxChannel = kMinMaxChannel;
-    } else {
-        m_nMaxChannel = count;
+    if (count <= 0 && m_nMaxChannel > 0)
+        return;
+    const int highest = count > 8 ? count : kMinMaxChannel;
+    // One entry more than the highest index, which an int cannot hold for INT_MAX.
+    if (highest == INT_MAX)
+        throw std::bad_alloc();
+    // The highest index is recorded only once all three arrays have their size: a growth that
+    // fails half-way puts back the sizes it changed (shrinking never allocates), so that the
+    // next poll grows them again instead of indexing past their ends.
+    const int sizes[] = {m_valueArray.GetSize(), m_stringArray.GetSize(), m_statusArray.GetSize()};
+    try {
+        m_valueArray.SetSize(highest + 1);
+        m_stringArray.SetSize(highest + 1);
+        m_statusArray.SetSize(highest + 1);
+    } catch (...) {
+        m_valueArray.SetSize(sizes[0]);
+        m_stringArray.SetSize(sizes[1]);
+        m_statusArray.SetSize(sizes[2]);
+        throw;
     }
-    const int size = m_nMaxChannel + 1;
-    m_valueArray.SetSize(size);
-    m_stringArray.SetSize(size);
-    m_statusArray.SetSize(size);
+    m_nMaxChannel = highest;
 }
 
 void CDevCtrl::notifyCommunication() {

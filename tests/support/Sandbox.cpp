@@ -273,7 +273,8 @@ NtpServer::~NtpServer() {
     }
 }
 
-SntpResponder::SntpResponder(const char* address) : fd_(socket(AF_INET, SOCK_DGRAM, 0)) {
+SntpResponder::SntpResponder(const char* address)
+    : fd_(socket(AF_INET, SOCK_DGRAM, 0)), elsewhere_(socket(AF_INET, SOCK_DGRAM, 0)) {
     setTimes(0, 0, 0);
     sockaddr_in at{};
     at.sin_family = AF_INET;
@@ -281,6 +282,9 @@ SntpResponder::SntpResponder(const char* address) : fd_(socket(AF_INET, SOCK_DGR
     inet_pton(AF_INET, address, &at.sin_addr);
     if (bind(fd_, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0)
         std::fprintf(stderr, "SNTP responder: cannot bind %s:123\n", address);
+    at.sin_port = 0;
+    inet_pton(AF_INET, "127.0.0.2", &at.sin_addr);
+    bind(elsewhere_, reinterpret_cast<sockaddr*>(&at), sizeof at);
     thread_ = std::thread([this] {
         for (pollfd p = {fd_, POLLIN, 0}; !stop_;) {
             if (poll(&p, 1, 50) == 1)
@@ -293,6 +297,7 @@ SntpResponder::~SntpResponder() {
     stop_ = true;
     thread_.join();
     close(fd_);
+    close(elsewhere_);
 }
 
 void SntpResponder::setReply(const std::string& bytes) {
@@ -326,7 +331,8 @@ void SntpResponder::answer() {
     request_.assign(packet, n > 0 ? n : 0);
     ++requests_;
     if (!reply_.empty())
-        sendto(fd_, reply_.data(), reply_.size(), 0, reinterpret_cast<sockaddr*>(&from), fromLen);
+        sendto(fromElsewhere ? elsewhere_ : fd_, reply_.data(), reply_.size(), 0,
+               reinterpret_cast<sockaddr*>(&from), fromLen);
 }
 
 }  // namespace krv_test

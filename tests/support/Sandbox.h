@@ -86,6 +86,8 @@ private:
 // the reply set last (at most 48 bytes; empty: no answer), at first one with T1 = T2 = T3 = 1970.
 class SntpResponder {
 public:
+    std::atomic<bool> fromElsewhere{false};  // answer from 127.0.0.2 and another port
+
     explicit SntpResponder(const char* address = "127.0.0.1");
     ~SntpResponder();
     SntpResponder(const SntpResponder&) = delete;
@@ -104,7 +106,7 @@ private:
     std::string reply_, request_;
     std::atomic<int> requests_{0};
     std::atomic<bool> stop_{false};
-    int fd_;
+    int fd_, elsewhere_;
     std::thread thread_;
 };
 

@@ -6,13 +6,11 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <functional>
 
 #include <gtest/gtest.h>
 
 #include "AppCfgStore.h"
 #include "IniOperator.h"
-#include "NtpCtrl.h"
 #include "Sandbox.h"
 #include "sim/SimPanel.h"
 
@@ -43,26 +41,6 @@ TEST_F(Store, FilesAreReadWholeWithPositionKept) {
     ASSERT_EQ(symlink("/tmp/f.bin", "/tmp/link"), 0);
     EXPECT_TRUE(KRVCTRL::File::is_file_exist("/tmp/link"));
     EXPECT_FALSE(KRVCTRL::File::is_file_exist("/tmp"));
-}
-
-// A link planted at a lock file's name in /tmp creates nothing at its target; the lock counts as
-// unusable, so its callers skip the guarded work.
-TEST_F(Store, LinksPlantedAtLockNamesCreateNothing) {
-    const struct {
-        const char* lock;
-        std::function<void()> use;
-    } cases[] = {
-        {"/tmp/wexa_app_conf.lck", [] { EXPECT_FALSE(AppCfgStore().isOpen()); }},
-        {"/tmp/dns_access_lock.lck", [] { EXPECT_TRUE(NtpCtrl::readNameServers().empty()); }},
-    };
-    for (const auto& c : cases) {
-        unlink(c.lock);
-        ASSERT_EQ(symlink("/etc/planted", c.lock), 0);
-        c.use();
-        EXPECT_FALSE(krv_test::fileExists("/etc/planted")) << c.lock;
-        unlink(c.lock);
-        unlink("/etc/planted");
-    }
 }
 
 // Ranges, stored texts and GUI calls of each setting are checked through the channel writes; here

@@ -1,26 +1,62 @@
 // The configuration archive, the blob forms read by InitDevice and the device
 // object's state that its slots do not show.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <new>
 #include <vector>
 
 #include "DevBas.h"
 #include "DevCtrl.h"
+#include "NtpCtrl.h"
 #include "OwnerArchive.h"
+#include "Sandbox.h"
 #include "host/Communication.h"
 #include "host/Database.h"
+#include "sim/SimPanel.h"
+
+// Allocation failure on demand, for the driver's objects as for everything else in this
+// program: the next allocation of at least g_failSize bytes made by g_failThread throws, once.
+static pthread_t g_failThread;
+static std::atomic<std::size_t> g_failSize{0};  // set after g_failThread; 0: off
+
+void* operator new(std::size_t size) {
+    std::size_t armed = g_failSize.load();
+    if (armed != 0 && size >= armed && pthread_equal(pthread_self(), g_failThread) &&
+        g_failSize.compare_exchange_strong(armed, 0))
+        throw std::bad_alloc();
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size ? size : 1);
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
     struct Case {
         std::vector<unsigned char> blob;
         std::vector<int> params;
     };
+    std::vector<int> capped(65536);
+    capped[0] = 42;
     const Case cases[] = {
         {{0x02, 0, 0, 0, 0x05, 0, 0, 0, 0xC8, 0, 0, 0}, {5, 200}},
         {{0x20, 0x4E, 0x01, 0, 0, 0, 0x07, 0, 0, 0}, {7}},
         {{0x21, 0x4E, 0x01, 0, 0, 0, 0x07, 0, 0, 0}, {0, 200}},  // newer version: defaults
         {{0x01, 0x00}, {}},                                      // count unreadable
         {{0x03, 0, 0, 0, 0x01, 0, 0, 0}, {1, 0, 0}},             // past the end: 0
+        {{0x05, 0, 0, 0, 0x01, 0, 0, 0}, {1, 0, 0, 0, 0}},
+        {{0x02, 0, 0, 0}, {0, 0}},
+        {{0x01, 0x00, 0xFF, 0x7F, 0x2A, 0, 0, 0}, capped},  // count 0x7FFF0001: capped
         {{0x20, 0x4E}, {}},
         {{0x05, 0x00, 0x00, 0x80, 9, 0, 0, 0}, {}},  // negative count
         {{0x07}, {}},
@@ -34,19 +70,6 @@ TEST(DeviceConfig, BlobFormsGiveTheirParameters) {
         EXPECT_EQ(dev.GetRecord().pArchive, nullptr);
         dev.CleanupDevice();
     }
-}
-
-// A corrupt count must not size the array at gigabytes; what the blob holds is still read.
-TEST(DeviceConfig, HugeCountIsCutAtTheArchive) {
-    // Count 0x7FFF0001: its low half keeps the blob in the old form.
-    const unsigned char blob[] = {0x01, 0x00, 0xFF, 0x7F, 0x2A, 0, 0, 0};
-    CDevCtrl dev("dev", nullptr);
-    ASSERT_EQ(dev.InitDevice(blob, sizeof blob), 0);
-    const CArray<int, int>& params = dev.GetRecord().pDevBas->m_params;
-    ASSERT_GT(params.GetSize(), 0);
-    EXPECT_LE(params.GetSize(), COwnerArchive::GROW_STEP);
-    EXPECT_EQ(params[0], 42);
-    dev.CleanupDevice();
 }
 
 TEST(DeviceConfig, ArchiveModesAndBounds) {
@@ -92,4 +115,50 @@ TEST(DeviceConfig, LifeCycle) {
     EXPECT_EQ(dev.CleanupDevice(), 0);
     EXPECT_EQ(dev.GetRecord().pDevBas, nullptr);
     EXPECT_EQ(dev.CleanupDevice(), 0);
+}
+
+// Growth that fails half-way (the text array cannot be had) leaves the arrays and the highest
+// index as they were; the next poll with the same count grows them all.
+TEST(DeviceConfig, FailedGrowthLeavesTheArraysConsistent) {
+    host::Database db;
+    CDevCtrl dev("dev", &db);
+    const std::vector<int> flags(20000, 0);
+    ASSERT_EQ(dev.CollectDevData(flags.data(), 3), 0);
+    g_failThread = pthread_self();
+    g_failSize = 20001 * sizeof(CString);
+    EXPECT_EQ(dev.CollectDevData(flags.data(), 20000), DEVCTRL_BAD_ARGUMENT);
+    for (int n : {10, 20001}) {
+        EXPECT_EQ(dev.GetMaxChannel(), n - 1);
+        EXPECT_EQ(dev.GetValueArray().GetSize(), n);
+        EXPECT_EQ(dev.GetStringArray().GetSize(), n);
+        EXPECT_EQ(dev.GetStatusArray().GetSize(), n);
+        EXPECT_EQ(dev.CollectDevData(flags.data(), 20000), 0);
+    }
+}
+
+// An exception on the NTP worker (here an allocation failure in its synchronisation) is logged
+// once; the worker goes on, synchronises on its retry, and clean-up joins it.
+TEST(DeviceConfig, NtpWorkerOutlivesAnException) {
+    krv_test::NtpServer chrony;
+    ASSERT_TRUE(chrony.ok());
+    sim::reset();
+    sim::setDirectory(2, "/tmp/worker");
+    krv_test::writeFile("/tmp/worker/config/ntp_param_cfg.ini",
+                        "[NTP_PARAM]\nntp_switch=1\nntp_mode=0\nntp_freq=2\n"
+                        "ntp_server1=10.0.0.1\n");
+    CDevCtrl dev("dev", nullptr);
+    const unsigned char blob[] = {0, 0};
+    ASSERT_EQ(dev.InitDevice(blob, sizeof blob), 0);
+    NtpCtrl& ntp = *dev.GetRecord().pDevBas->m_pNtpCtrl;
+    g_failThread = ntp.m_thread;
+    g_failSize = 1;
+    ntp.setNtpMode(1);  // the worker synchronises at once
+    EXPECT_TRUE(sim::waitForJournal("rtc", 1, 20000));
+    EXPECT_EQ(g_failSize, 0u);
+    int errors = 0;
+    for (const sim::LogRecord& r : sim::logRecords())
+        errors += r.level == 1 && r.message.find("bad_alloc") != std::string::npos;
+    EXPECT_EQ(errors, 1);
+    EXPECT_EQ(dev.CleanupDevice(), 0);
+    sim::reset();
 }

@@ -4,7 +4,9 @@
 // real NTP server answering on the panel's LAN. Each round moves the runtime's tick count on by
 // the NTP period in force and waits for the worker's synchronisation against that server; beside
 // it go a few commands and a poll, and every fourth round the whole mix: command texts of every
-// family, a write of every channel, a new period, polls with and without "REFLESH()". Resident
+// family, a write of every channel, a new period, polls with and without "REFLESH()". Every
+// fortieth round another process holds both lock files for a while, and a few rounds later the
+// NTP server falls silent for three rounds (stopped, so requests go unanswered). Resident
 // memory, heap in use and open descriptors are sampled at start, after a warm-up tenth,
 // periodically and at the end; the exit status is 1 when any of them grew beyond a small
 // allowance after the warm-up, or when no synchronisation reached the clocks.
@@ -16,6 +18,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <malloc.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,6 +45,13 @@ using Clock = std::chrono::steady_clock;
 // One round in this many sends the whole command mix; the others let the worker run through
 // its periods with a few commands and a poll beside it.
 constexpr long kMixEvery = 4;
+// Trouble, in rounds of each cycle: both lock files held by another process for kHoldMs at round
+// kHoldRound, the NTP server silent from kSilentFrom to kSilentTo (exclusive).
+constexpr long kTroubleCycle = 40;
+constexpr long kHoldRound = 15;
+constexpr int kHoldMs = 2000;
+constexpr long kSilentFrom = 25;
+constexpr long kSilentTo = 28;
 
 struct Options {
     double minutes = 0.0;
@@ -66,6 +78,8 @@ struct Counts {
     long writes = 0;
     long polls = 0;
     long unexpected = 0;  // results that a healthy driver does not give
+    long held = 0;        // rounds with the lock files held
+    long silent = 0;      // rounds with the NTP server silent
 };
 
 struct Sample {
@@ -116,9 +130,33 @@ Usage measure() {
     return usage;
 }
 
+// Another process takes both lock files and keeps them for `ms` milliseconds; its pid.
+pid_t holdLocks(int ms) {
+    int ready[2];
+    if (pipe(ready) != 0)
+        return -1;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        for (const char* lock : {"/tmp/wexa_app_conf.lck", "/tmp/dns_access_lock.lck"})
+            flock(open(lock, O_RDONLY | O_CREAT, 0666), LOCK_EX);
+        if (write(ready[1], "", 1) == 1)
+            usleep(static_cast<useconds_t>(ms) * 1000u);
+        _exit(0);
+    }
+    char byte;
+    if (pid > 0 && read(ready[0], &byte, 1) != 1)
+        std::fprintf(stderr, "soak: the lock holder did not start\n");
+    close(ready[0]);
+    close(ready[1]);
+    return pid;
+}
+
 class Soak {
 public:
-    Soak(host::Runtime& runtime, FILE* report) : rt_(runtime), report_(report) {}
+    Soak(host::Runtime& runtime, FILE* report, pid_t ntpServer)
+        : rt_(runtime), report_(report), ntpServer_(ntpServer) {}
+    // The NTP server is never left stopped.
+    ~Soak() { silence(false); }
 
     bool setUp();
     void round();
@@ -130,6 +168,7 @@ private:
     void writeChannels();
     void poll();
     void commandMix();
+    void silence(bool silent);
 
     int periodHours_ = 1;  // the NTP period in force
     long mixes_ = 0;       // command mixes sent
@@ -137,6 +176,8 @@ private:
     host::Runtime& rt_;
     FILE* report_;
     Counts counts_;
+    pid_t ntpServer_;
+    bool silent_ = false;
     std::vector<std::string> addresses_;  // runtime channels 0, 1, 7, 8 as first polled
 };
 
@@ -274,8 +315,20 @@ void Soak::commandMix() {
     poll();
 }
 
+void Soak::silence(bool silent) {
+    if (silent != silent_)
+        kill(ntpServer_, silent ? SIGSTOP : SIGCONT);
+    silent_ = silent;
+}
+
 void Soak::round() {
     const long r = counts_.rounds;
+    const long trouble = r % kTroubleCycle;
+    silence(trouble >= kSilentFrom && trouble < kSilentTo);
+    counts_.silent += silent_;
+    // The round's commands, writes and polls wait for the holder, as does the worker.
+    const pid_t holder = trouble == kHoldRound ? holdLocks(kHoldMs) : -1;
+    counts_.held += holder > 0;
     // One period in force passes: the worker's next pass synchronises.
     sim::advanceTicks(static_cast<long long>(periodHours_) * 3600 * 1000 + 1);
     ++counts_.periods;
@@ -293,6 +346,8 @@ void Soak::round() {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
     else
         ++counts_.missed;
+    if (holder > 0)
+        waitpid(holder, nullptr, 0);
 
     // What the host and the simulated panel record must not be mistaken for the driver's
     // growth: count and forget it each round.
@@ -391,7 +446,7 @@ int main(int argc, char** argv) {
             std::fprintf(report, "soak: %s\n", runtime.error().c_str());
             return 2;
         }
-        Soak soak(runtime, report);
+        Soak soak(runtime, report, chrony.pid());
         if (!soak.setUp()) {
             std::fprintf(report, "soak: the device did not start\n");
             return 2;
@@ -422,9 +477,10 @@ int main(int argc, char** argv) {
         std::fprintf(report,
                      "totals: %.1f min, %ld rounds, %ld NTP periods, %ld clock settings "
                      "(%ld of them ExecNTP), %ld periods without one, %ld commands, %ld channel "
-                     "writes, %ld polls, %ld unexpected results\n",
+                     "writes, %ld polls, %ld unexpected results, %ld rounds with the lock files "
+                     "held, %ld with the NTP server silent\n",
                      elapsed() / 60.0, c.rounds, c.periods, c.syncs, c.execOk, c.missed, c.commands,
-                     c.writes, c.polls, c.unexpected);
+                     c.writes, c.polls, c.unexpected, c.held, c.silent);
         std::fprintf(report, "growth after warm-up: rss %+ld kB, heap %+ld kB, fds %+d\n",
                      end.rssKb - warm.rssKb, end.heapKb - warm.heapKb, end.fds - warm.fds);
         if (end.heapKb - warm.heapKb > options.heapAllowanceKb ||

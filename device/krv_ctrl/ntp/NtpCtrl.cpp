@@ -1,8 +1,12 @@
 // The NTP controller: creation, setters, settings copies, the worker and its end.
 #include "NtpCtrl.h"
 
-#include <chrono>
+#include <unistd.h>
 
+#include <chrono>
+#include <exception>
+
+#include "Logger.h"
 #include "WexaRuntime.h"
 
 namespace {
@@ -94,31 +98,59 @@ void* NtpCtrl::ThreadOfExecNtp(void* arg) {
     NtpCtrl* self = static_cast<NtpCtrl*>(arg);
     ntpCfgParam last;
     long long start = Wexa_GetTickCount();
+    bool reported = false;
+    bool retry = false;
+    // An exception leaving this thread would end the whole runtime. A pass that throws (an
+    // allocation failure, a mutex error) counts as a failed synchronisation instead: reported
+    // once, retried after the retry interval, and clean-up still finds a thread to join.
     while (self->m_running) {
-        ntpCfgParam current = self->getParam();
-        bool trigger = false;
-        if (current != last) {
-            bool switchedOn = last.m_ntpSwitch == 0 && current.m_ntpSwitch == 1;
-            bool autoEntered = last.m_ntpMode == 0 && current.m_ntpMode == 1;
-            bool periodChanged = last.m_ntpFreq != current.m_ntpFreq;
-            trigger = switchedOn || autoEntered || periodChanged;
-            last = current;
+        try {
+            self->workerPass(last, start, retry);
+        } catch (const std::exception& e) {
+            retry = self->workerFault(reported, e.what());
+        } catch (...) {
+            retry = self->workerFault(reported, "unknown exception");
         }
-        if (last.m_ntpSwitch == 1 && last.m_ntpMode == 1) {
-            long long now = Wexa_GetTickCount();
-            bool due = trigger || now - start >= static_cast<long long>(last.m_ntpFreq) * msPerHour;
-            if (due) {
-                if (!self->m_running) {
-                    start = now;
-                } else {
-                    self->syncWithRetries();
-                    start = Wexa_GetTickCount();
-                }
-            }
-        }
-        self->pause();
     }
     return nullptr;
+}
+
+void NtpCtrl::workerPass(ntpCfgParam& last, long long& start, bool& retry) {
+    ntpCfgParam current = getParam();
+    bool trigger = false;
+    if (current != last) {
+        bool switchedOn = last.m_ntpSwitch == 0 && current.m_ntpSwitch == 1;
+        bool autoEntered = last.m_ntpMode == 0 && current.m_ntpMode == 1;
+        bool periodChanged = last.m_ntpFreq != current.m_ntpFreq;
+        trigger = switchedOn || autoEntered || periodChanged;
+        last = current;
+    }
+    if (last.m_ntpSwitch == 1 && last.m_ntpMode == 1) {
+        long long now = Wexa_GetTickCount();
+        bool due =
+            retry || trigger || now - start >= static_cast<long long>(last.m_ntpFreq) * msPerHour;
+        if (due) {
+            if (!m_running) {
+                start = now;
+            } else {
+                syncWithRetries();
+                start = Wexa_GetTickCount();
+            }
+        }
+    }
+    retry = false;
+    pause();
+}
+
+bool NtpCtrl::workerFault(bool& reported, const char* what) {
+    if (!reported)
+        logger_printf(3, "ThreadOfExecNtp", "device/krv_ctrl/DevBas", __LINE__, 0,
+                      LOGGER_LEVEL_ERROR, "ThreadOfExecNtp error", "%s", what);
+    reported = true;
+    // Plain sleeps: the wait itself must not be able to fail in turn.
+    for (int i = 0; i < retrySleeps && m_running; ++i)
+        usleep(static_cast<useconds_t>(passSleep.count()) * 1000u);
+    return true;
 }
 
 void NtpCtrl::syncWithRetries() {

@@ -59,6 +59,12 @@ public:
 private:
     // How many of the configured servers are dotted addresses, read under the mutex.
     int countConfiguredAddresses();
+    // One pass of the worker: looks at the settings, synchronises when due (or when `retry`
+    // asks for it), pauses.
+    void workerPass(ntpCfgParam& last, long long& start, bool& retry);
+    // Reports an exception that ended a pass (only the first), waits the retry interval and
+    // returns true: the next pass retries.
+    bool workerFault(bool& reported, const char* what);
     // execNtp until it succeeds or the worker is told to stop.
     void syncWithRetries();
     // One 200 ms pause of the worker, cut short when the destructor stops it.

@@ -30,12 +30,20 @@ bool File::open(const std::string& path, int flags) {
         ::close(m_fd);
         m_fd = -1;
     }
-    // The files the driver creates are lock files in the world-writable /tmp: a link planted
-    // at such a name must not make it create or lock a file elsewhere. The open fails instead.
-    if (flags & O_CREAT)
-        m_fd = ::open64(path.c_str(), flags | O_NOFOLLOW, kCreateMode);
-    else
+    if (!(flags & O_CREAT)) {
         m_fd = ::open64(path.c_str(), flags);
+        return m_fd >= 0;
+    }
+    // The files the driver creates are lock files in the world-writable /tmp, where anyone may
+    // plant a name first. A link must not make it create or lock a file elsewhere, and a FIFO
+    // must not make the open wait for a writer: the open never follows a link nor blocks, and
+    // anything but a regular file is refused, as if the lock file could not be opened.
+    m_fd = ::open64(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK, kCreateMode);
+    struct stat st;
+    if (m_fd >= 0 && (::fstat(m_fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        ::close(m_fd);
+        m_fd = -1;
+    }
     return m_fd >= 0;
 }
 
