@@ -127,13 +127,13 @@ texts-grown-by-refresh @@ DevBasReflesh.cpp @@     if (index >= 0 && index < str
 backlight-seconds-rounded @@ DevBasReflesh.cpp @@ storedInt(text) / 1000 @@ (storedInt(text) + 500) / 1000
 # Write commands and the application configuration store
 channel-19-ignored @@ DevBasWrite.cpp @@ channel > DEV_CHL_VNC_PWD @@ channel >= DEV_CHL_VNC_PWD
-ntp-channel-via-double @@ DevBasWrite.cpp @@ channel - DEV_CHL_NTP_ENABLE, plainInteger(valueText)) @@ channel - DEV_CHL_NTP_ENABLE, value)
+ntp-channel-via-double @@ DevBasWrite.cpp @@ return ok ? value : 0; @@ return ok ? value : truncatedNumber(text);
 refused-value-reported @@ DevBasWrite.cpp @@     if (!hasStatus)¶        return 0; @@     if (!hasStatus)¶        return result;
 buzzer-on-keeps-value @@ AppCfgStore.cpp @@ QString::number(value ? kBuzzOnDurationMs : 0) @@ QString::number(value)
 buzz-limit @@ AppCfgStore.cpp @@ kMaxBuzzDurationMs = 6500; @@ kMaxBuzzDurationMs = 6501;
 backlight-timeout-ms @@ AppCfgStore.cpp @@ QString::number(value * 1000) @@ QString::number(value)
 beep-fallback-zero @@ AppCfgStore.cpp @@ kBeepWaitFallbackMs = 30; @@ kBeepWaitFallbackMs = 0;
-beep-stored-wait-ignored @@ AppCfgStore.cpp @@ usable ? duration : kBeepWaitFallbackMs @@ kBeepWaitFallbackMs
+beep-stored-wait-ignored @@ AppCfgStore.cpp @@ usable ? duration : kBeepWaitFallbackMs @@ usable ? kBeepWaitFallbackMs : kBeepWaitFallbackMs
 beep-bound-signed @@ AppCfgStore.cpp @@ wasRead && inRange(duration, 0, kMaxBuzzDurationMs) @@ wasRead && duration <= static_cast<int>(kMaxBuzzDurationMs)
 gui-buzzer-order @@ AppCfgStore.cpp @@     __gui_get_buzzing_time(1);¶    __gui_get_buzzing_time(0); @@     __gui_get_buzzing_time(0);¶    __gui_get_buzzing_time(1);
 # NTP configuration file and INI helper
@@ -147,8 +147,8 @@ tx-fraction-swapped @@ ntp/NtpExec.cpp @@ putWord(packet, 44, usecToFraction(sta
 rx-fraction-uncorrected @@ ntp/NtpExec.cpp @@ return (fraction >> 12) - 759u * (((fraction >> 10) + 32768u) >> 16); @@ return fraction >> 12;
 rx-fraction-unrounded @@ ntp/NtpExec.cpp @@ ((fraction >> 10) + 32768u) >> 16 @@ (fraction >> 10) >> 16
 rx-seconds-unwrapped @@ ntp/NtpExec.cpp @@ uint64_t seconds = static_cast<uint32_t>(wordAt(packet, offset) - secondsFrom1900To1970); @@ uint64_t seconds = uint64_t(wordAt(packet, offset)) - secondsFrom1900To1970;
-offset-receive-half-only @@ ntp/NtpExec.cpp @@ ((t2 - t1) + (t3 - t4)) / 2000000 @@ (t2 - t1) / 1000000
-offset-transmit-half-only @@ ntp/NtpExec.cpp @@ ((t2 - t1) + (t3 - t4)) / 2000000 @@ (t3 - t4) / 1000000
+offset-receive-half-only @@ ntp/NtpExec.cpp @@     int64_t t4 = static_cast<int64_t>(arrival.tv_sec) * 1000000 + arrival.tv_usec;¶    int64_t t1 = timestampAt(reply, 24);¶    int64_t t2 = timestampAt(reply, 32);¶    int64_t t3 = timestampAt(reply, 40);¶    int64_t offset = ((t2 - t1) + (t3 - t4)) / 2000000; @@     int64_t t1 = timestampAt(reply, 24);¶    int64_t t2 = timestampAt(reply, 32);¶    int64_t offset = (t2 - t1) / 1000000;
+offset-transmit-half-only @@ ntp/NtpExec.cpp @@     int64_t t1 = timestampAt(reply, 24);¶    int64_t t2 = timestampAt(reply, 32);¶    int64_t t3 = timestampAt(reply, 40);¶    int64_t offset = ((t2 - t1) + (t3 - t4)) / 2000000; @@     int64_t t3 = timestampAt(reply, 40);¶    int64_t offset = (t3 - t4) / 1000000;
 offset-not-halved @@ ntp/NtpExec.cpp @@ ((t2 - t1) + (t3 - t4)) / 2000000 @@ ((t2 - t1) + (t3 - t4)) / 1000000
 t1-t2-swapped @@ ntp/NtpExec.cpp @@ t1 = timestampAt(reply, 24);¶    int64_t t2 = timestampAt(reply, 32); @@ t1 = timestampAt(reply, 32);¶    int64_t t2 = timestampAt(reply, 24);
 t1-from-transmit @@ ntp/NtpExec.cpp @@ t1 = timestampAt(reply, 24); @@ t1 = timestampAt(reply, 40);

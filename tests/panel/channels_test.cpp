@@ -96,14 +96,10 @@ protected:
     }
     int pushes(int element) { return rt.database().channel(rc(element))->pushes; }
     int write(int element, DATATYPE type, const std::string& value) {
-        switch (type) {
-            case DATATYPE_INT:
-                return rt.device().writeInt(rc(element), std::stoi(value));
-            case DATATYPE_DOUBLE:
-                return rt.device().writeDouble(rc(element), std::stod(value));
-            default:
-                return rt.device().writeText(rc(element), value);
-        }
+        host::Device& dev = rt.device();
+        return type == DATATYPE_INT      ? dev.writeInt(rc(element), std::stoi(value))
+               : type == DATATYPE_DOUBLE ? dev.writeDouble(rc(element), std::stod(value))
+                                         : dev.writeText(rc(element), value);
     }
 
     host::Runtime rt{KRV_DRIVER_PATH};

@@ -53,6 +53,13 @@ TEST_F(Dispatch, KeywordsAndResultCodesAsUsersTypeThem) {
         {"SetNTPServer(St,b,c,d,St)", 4, 4, ""},
         {"SetNTPServer(a,b,c,d,St)", 0, 0, ""},
         {"ExecNTP(Txt)", 4, -1, ""},
+        // A synchronisation's outcome (no servers: 10) reaches only the status variable.
+        {"SetNTPMode(0)", 0, -1, ""},  // manual: the worker stays quiet
+        {"SetNTPServer(,,,)", 0, -1, ""},
+        {"EnableNTP(1)", 0, -1, ""},
+        {"ExecNTP(St)", 0, 10, ""},
+        {"ExecNTP()", 0, -1, ""},
+        {"EnableNTP(0)", 0, -1, ""},
         {"READ(x)", 0, -1, ""},  // no handler of its own: the operation manager's
         {"GetHiddenPro(x)", 0, -1, ""},
         {"reflesh()", 0, -1, ""},
@@ -93,17 +100,6 @@ TEST_F(Dispatch, NtpServersAreWrittenOnlyWhenOneChanges) {
         EXPECT_EQ(st.st_mtime != 1000, servers[0] == 'a') << servers;
     }
     EXPECT_EQ(krv_test::iniValue(cfg, "ntp_server4"), "e");
-}
-
-TEST_F(Dispatch, ExecNtpReportsItsOutcomeOnlyInTheStatus) {
-    rt.database().defineInt("St", -1);
-    ASSERT_EQ(rt.device().command("SetNTPMode(0)"), 0);  // manual: the worker stays quiet
-    ASSERT_EQ(rt.device().command("SetNTPServer(,,,)"), 0);
-    ASSERT_EQ(rt.device().command("EnableNTP(1)"), 0);
-    EXPECT_EQ(rt.device().command("ExecNTP(St)"), 0);
-    EXPECT_EQ(rt.database().variable("St")->intValue, 10);
-    EXPECT_EQ(rt.device().command("ExecNTP()"), 0);
-    EXPECT_EQ(rt.device().command("EnableNTP(0)"), 0);
 }
 
 TEST_F(Dispatch, RebootIsJournaledBySimulatedRuntime) {

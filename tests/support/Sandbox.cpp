@@ -197,10 +197,10 @@ BoundFile::~BoundFile() {
         umount2(target_.c_str(), MNT_DETACH);
 }
 
-bool ntpAnswers(const std::string& address, int timeoutMs, int port) {
+bool ntpAnswers(const std::string& address, int timeoutMs) {
     sockaddr_in to{};
     to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(port));
+    to.sin_port = htons(123);
     if (inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1)
         return false;
     int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -221,7 +221,7 @@ bool ntpAnswers(const std::string& address, int timeoutMs, int port) {
     return answered;
 }
 
-NtpServer::NtpServer(const std::string& extraConfig) {
+NtpServer::NtpServer() {
     static int serial = 0;
     const std::string dir =
         "/tmp/krv-chrony-" + std::to_string(getpid()) + "-" + std::to_string(++serial);
@@ -232,7 +232,7 @@ NtpServer::NtpServer(const std::string& extraConfig) {
     if (!writeFile(conf,
                    "local stratum 8\nallow all\nport 123\ncmdport 0\nbindcmdaddress /\n"
                    "pidfile " +
-                       dir + "/chronyd.pid\n" + extraConfig + "\n")) {
+                       dir + "/chronyd.pid\n")) {
         return;
     }
     const std::string net = "--net=/proc/" + std::to_string(peerPid()) + "/ns/net";

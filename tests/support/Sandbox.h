@@ -63,14 +63,14 @@ private:
 };
 
 // Sends one SNTP client request to `address`:`port` and waits for a 48-byte reply.
-bool ntpAnswers(const std::string& address, int timeoutMs = 1000, int port = 123);
+bool ntpAnswers(const std::string& address, int timeoutMs = 1000);
 
 // chronyd serving time in the peer namespace (10.0.0.1, 223.5.5.5 and any other peer address),
-// never touching a clock. The constructor waits until it answers on port 123; `extraConfig` lines
-// are appended to the configuration. One at a time; stopped on destruction.
+// never touching a clock. The constructor waits until it answers on port 123. One at a time;
+// stopped on destruction.
 class NtpServer {
 public:
-    explicit NtpServer(const std::string& extraConfig = "");
+    NtpServer();
     ~NtpServer();
     NtpServer(const NtpServer&) = delete;
     NtpServer& operator=(const NtpServer&) = delete;

@@ -1,6 +1,6 @@
 // Reachability probes, the resolver file, the SNTP exchange against scripted responders (the
-// panel's wall clock stopped, so every instant is exact) and a real NTP server in the peer
-// namespace, and the worker's triggers.
+// panel's wall clock stopped, so every instant is exact; the suites through the slots exchange
+// with a real NTP server), and the worker's triggers.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -290,20 +290,6 @@ TEST(NtpExchange, ProbesAndResolvedListFollowTheKindsOfServers) {
     ctrl->enableNtp(0);
     EXPECT_EQ(0, ctrl->execNtp());
     EXPECT_EQ("", pings());
-}
-
-TEST(NtpExchange, RealServerByAddressAndName) {
-    krv_test::NtpServer chrony;
-    ASSERT_TRUE(chrony.ok());
-    writeFile("/etc/timezone", "Etc/UTC\n");
-    for (const char* server : {"10.0.0.1", "ntp.panel.test"}) {
-        auto ctrl = controller(server);
-        ASSERT_EQ(0, ctrl->execNtp()) << server;
-        struct tm set = {};
-        strptime(lastSet().c_str(), "%Y-%m-%d %H:%M:%S", &set);
-        EXPECT_NEAR(time(nullptr), timegm(&set), 2) << server;
-    }
-    unlink("/etc/timezone");
 }
 
 TEST(NtpWorker, TriggersPeriodAndPromptStop) {
