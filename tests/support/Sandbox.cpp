@@ -79,6 +79,17 @@ bool reap(pid_t pid, int timeoutMs) {
     });
 }
 
+std::string shellQuote(const std::string& text) {
+    std::string quoted = "'";
+    for (char c : text)
+        quoted += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+pid_t peerPid() {
+    return static_cast<pid_t>(std::atoi(readFile("/run/krv/peer.pid").c_str()));
+}
+
 }  // namespace
 
 bool inSandbox() {
@@ -141,19 +152,8 @@ CommandResult run(const std::string& command) {
     return result;
 }
 
-std::string shellQuote(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text)
-        quoted += (c == '\'') ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
 CommandResult runInPeer(const std::string& command) {
     return run(std::string(kPanelNet) + " peer sh -c " + shellQuote(command));
-}
-
-pid_t peerPid() {
-    return static_cast<pid_t>(std::atoi(readFile("/run/krv/peer.pid").c_str()));
 }
 
 bool addInterface(const std::string& name, const std::string& panelCidr,
@@ -286,9 +286,20 @@ SntpResponder::SntpResponder(const char* address)
     inet_pton(AF_INET, "127.0.0.2", &at.sin_addr);
     bind(elsewhere_, reinterpret_cast<sockaddr*>(&at), sizeof at);
     thread_ = std::thread([this] {
+        char packet[48];
         for (pollfd p = {fd_, POLLIN, 0}; !stop_;) {
-            if (poll(&p, 1, 50) == 1)
-                answer();
+            if (poll(&p, 1, 50) != 1)
+                continue;
+            sockaddr_in from{};
+            socklen_t length = sizeof from;
+            const ssize_t n =
+                recvfrom(fd_, packet, 48, 0, reinterpret_cast<sockaddr*>(&from), &length);
+            std::lock_guard<std::mutex> lock(mutex_);
+            request_.assign(packet, n > 0 ? n : 0);
+            ++requests;
+            if (!reply_.empty())
+                sendto(fromElsewhere ? elsewhere_ : fd_, reply_.data(), reply_.size(), 0,
+                       reinterpret_cast<sockaddr*>(&from), length);
         }
     });
 }
@@ -317,22 +328,9 @@ void SntpResponder::setTimes(int64_t t1, int64_t t2, int64_t t3) {
     setReply(packet);
 }
 
-std::string SntpResponder::lastRequest() const {
+std::string SntpResponder::lastRequest() {
     std::lock_guard<std::mutex> lock(mutex_);
     return request_;
-}
-
-void SntpResponder::answer() {
-    char packet[48];
-    sockaddr_in from{};
-    socklen_t fromLen = sizeof from;
-    const ssize_t n = recvfrom(fd_, packet, 48, 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
-    std::lock_guard<std::mutex> lock(mutex_);
-    request_.assign(packet, n > 0 ? n : 0);
-    ++requests_;
-    if (!reply_.empty())
-        sendto(fromElsewhere ? elsewhere_ : fd_, reply_.data(), reply_.size(), 0,
-               reinterpret_cast<sockaddr*>(&from), fromLen);
 }
 
 }  // namespace krv_test

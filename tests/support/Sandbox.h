@@ -1,5 +1,5 @@
 // Helpers for tests that run inside the panel sandbox (sandbox/panel-sandbox): files, commands,
-// the peer network namespace, fake /proc files, the recording shims and an NTP server.
+// the peer network namespace, fake /proc files, the recording shims, NTP servers.
 // Every test binary linking this refuses to run outside the sandbox.
 #pragma once
 
@@ -35,8 +35,6 @@ struct CommandResult {
 CommandResult run(const std::string& command);
 // The same command run in the peer namespace, where the panel's LAN hosts live.
 CommandResult runInPeer(const std::string& command);
-std::string shellQuote(const std::string& text);
-pid_t peerPid();
 
 // A panel interface `name` as one end of a veth pair whose other end, `name`+"p", sits in the
 // peer namespace. Addresses are CIDR ("10.0.1.2/24"); empty leaves an end without one.
@@ -82,29 +80,23 @@ private:
     bool ready_ = false;
 };
 
-// An SNTP server at `address`:123 run by a thread of this process: it answers every request with
-// the reply set last (at most 48 bytes; empty: no answer), at first one with T1 = T2 = T3 = 1970.
+// An SNTP server at `address`:123, a thread of this process. It answers every request with the
+// reply set last (at most 48 bytes; empty: no answer; at first T1 = T2 = T3 = 1970), from
+// 127.0.0.2 and another port while `fromElsewhere` is set, and keeps the last request.
 class SntpResponder {
 public:
-    std::atomic<bool> fromElsewhere{false};  // answer from 127.0.0.2 and another port
-
     explicit SntpResponder(const char* address = "127.0.0.1");
     ~SntpResponder();
-    SntpResponder(const SntpResponder&) = delete;
-    SntpResponder& operator=(const SntpResponder&) = delete;
     void setReply(const std::string& bytes);
     // A whole reply whose T1, T2, T3 are these instants, in microseconds since 1970.
     void setTimes(int64_t t1, int64_t t2, int64_t t3);
-    int requests() const { return requests_; }
-    std::string lastRequest() const;
+    std::string lastRequest();
+    std::atomic<int> requests{0};
+    std::atomic<bool> fromElsewhere{false};
 
 private:
-    void answer();
-    // Guarded: the client orders the two threads only through the socket, which ThreadSanitizer
-    // cannot see.
-    mutable std::mutex mutex_;
+    std::mutex mutex_;  // the client orders the threads only through the socket, unseen by TSan
     std::string reply_, request_;
-    std::atomic<int> requests_{0};
     std::atomic<bool> stop_{false};
     int fd_, elsewhere_;
     std::thread thread_;
