@@ -4,8 +4,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 
@@ -53,32 +51,7 @@ host::Runtime& startPanel() {
     return runtime;
 }
 
-std::string upper(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return s;
-}
-
 }  // namespace
-
-bool startsNtp(const std::string& command) {
-    const std::string u = upper(command.substr(0, command.find('\0')));
-    if (u.find("EXECNTP") != std::string::npos || u.find("ENABLENTP") != std::string::npos)
-        return true;
-    for (std::size_t at = u.find("WEXA_WRITE"); at != std::string::npos;
-         at = u.find("WEXA_WRITE", at + 1)) {
-        const std::size_t open = u.find('(', at);
-        if (open == std::string::npos)
-            break;
-        const char* p = u.c_str() + open + 1;
-        while (std::isspace(static_cast<unsigned char>(*p)))
-            ++p;
-        const double channel = std::strtod(p, nullptr);
-        if (channel >= kNtpSwitchChannel && channel < kNtpSwitchChannel + 1)
-            return true;
-    }
-    return false;
-}
 
 host::Runtime& panel() {
     static host::Runtime& runtime = startPanel();

@@ -21,16 +21,6 @@ void resetVariables(host::Database& database);
 // Replaces the contents of `path` (a regular file, or one bound over a /proc entry).
 void overwrite(const std::string& path, const std::string& contents);
 
-// The NTP switch in WEXA_WRITE texts; the runtime's channel index is one less.
-constexpr int kNtpSwitchChannel = 12;
-
-// True when `command` might start an NTP synchronisation: ExecNTP runs one with probes and
-// time-outs (seconds per input), and switching NTP on (EnableNTP, a write of the switch channel)
-// sets the worker syncing in the background for the rest of the run. The targets leave such
-// commands out; the NTP tests cover them. Generous: any mention of the keywords, and any
-// WEXA_WRITE whose channel reads as the switch's number.
-bool startsNtp(const std::string& command);
-
 inline std::string text(const std::uint8_t* data, std::size_t size) {
     return std::string(reinterpret_cast<const char*>(data), size);
 }

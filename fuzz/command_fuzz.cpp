@@ -1,16 +1,16 @@
 // Text commands through DevIOCtrl and channel writes through WriteChannel, on one device that
-// lives for the whole run (as under the runtime), with a poll after each input.
+// lives for the whole run (as under the runtime), with a poll after each input. The NTP commands
+// are sent like any other: ExecNTP probes and exchanges on this thread while the worker, once a
+// command or the switch channel has turned NTP on, synchronises beside it.
 //
 // Input: first byte even: the rest is a command text. Odd: a channel write, byte 1 the runtime
 // channel (-2..21, so both ends are overstepped), byte 2 the type (0..4, 1-3 valid), the rest
-// the value (int, double or text as the type says).
-//
-// Left out on purpose: ExecNTP runs a whole synchronisation with probes and time-outs (seconds
-// per input), and switching NTP on (EnableNTP, the switch channel) sets the worker syncing in
-// the background for the rest of the run. Both are covered by the NTP tests.
+// the value (int, double or text as the type says). The first byte's upper bits also give the
+// poll's channel count (3 for the seeds, 0 to 24 in all).
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "FuzzPanel.h"
 
@@ -32,16 +32,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     host::Device& device = rt.device();
     if (data[0] % 2 == 0) {
         const std::string command = krv_fuzz::text(data + 1, size - 1);
-        if (krv_fuzz::startsNtp(command))
-            return 0;
         device.command(command);
     } else {
         if (size < 3)
             return 0;
         const int channel = data[1] % 24 - 2;
         const int type = data[2] % 5;
-        if (channel == krv_fuzz::kNtpSwitchChannel - 1)
-            return 0;
         const std::uint8_t* value = data + 3;
         const std::size_t length = size - 3;
         switch (type) {
@@ -61,8 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
         }
     }
-    int flags[3] = {0, 0, 0};
-    device.collect(flags, 3);
+    const std::vector<int> flags(static_cast<std::size_t>((data[0] / 2 + 3) % 25), 3);
+    device.collect(flags.data(), static_cast<int>(flags.size()));
     krv_fuzz::resetVariables(rt.database());
     return 0;
 }
