@@ -29,7 +29,7 @@ int CDevBas::mfDeserializeFromOld(WEXA_DATA& data) {
     // costs no more than a few times its own size instead of gigabytes. Values past the end of
     // a short blob still read as 0.
     const int room = std::max(archive.GetSize() - archive.GetPosition(), 0);
-    m_params.SetSize(std::clamp(count, 0, room));
+    m_params.SetSize(std::min(std::max(count, 0), room));
     for (int i = 0; i < m_params.GetSize(); ++i)
         m_params[i] = archive.SvrReadInt32();
     return 0;

@@ -93,7 +93,7 @@ TEST_F(Store, LockSerialisesWritersAcrossProcesses) {
             _exit(1);
         KRVCTRL::FileLock lock;
         KRVCTRL::File counter;
-        if (!lock.file().open(appCfgLckPath.toStdString(), O_CREAT) ||
+        if (!lock.file().open(appCfgLckPath.toLatin1().constData(), O_CREAT) ||
             !counter.open("/tmp/counter", O_RDWR | O_CREAT))
             _exit(1);
         for (int i = 0; i < kRounds; ++i) {
