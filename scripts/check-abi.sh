@@ -4,12 +4,13 @@
 # libraries (the panel's HAL and QtCore) and the C/C++ runtime, and every undefined symbol
 # provided by one of those or declared as the runtime's own interface. Prints the highest
 # GLIBC_, GLIBCXX_, CXXABI_ and GCC_ symbol versions the driver needs.
-# Usage: check-abi.sh [--readelf R] [--nm N] [--cxx C] [--lib LIB]... [--runtime LIB --interface DIR]
+# Usage: check-abi.sh [--readelf R] [--nm N] [--cxx C] [--lib LIB]... [--runtime LIB]... [--interface DIR]
 #                     [--armv5-soft] [--installed] DRIVER
 #   --cxx C          the compiler whose C/C++ runtime libraries the driver was linked with
 #   --lib LIB        a library the driver may need (the HAL, QtCore); repeat for each
-#   --runtime LIB    the runtime library (ours is simulated): symbols it defines count when the
-#   --interface DIR  headers in DIR declare them (a class, namespace or function of that name)
+#   --runtime LIB    a library of the runtime (ours is simulated; repeat for each): symbols they
+#   --interface DIR  define count when the headers in DIR declare them (a class, namespace or
+#                    function of that name)
 #   --armv5-soft     also require an ARM EABI5 soft-float ARMv5TE object without VFP attributes
 #   --installed      also require the SONAME link next to DRIVER (the .so link) and no RUNPATH/RPATH
 set -eu
@@ -27,7 +28,7 @@ while [ $# -gt 1 ]; do
         --nm) nm=$2; shift 2 ;;
         --cxx) cxx=$2; shift 2 ;;
         --lib) libs="$libs $2"; shift 2 ;;
-        --runtime) runtime=$2; shift 2 ;;
+        --runtime) runtime="$runtime $2"; shift 2 ;;
         --interface) interface=$2; shift 2 ;;
         --armv5-soft) armv5=1; shift ;;
         --installed) installed=1; shift ;;
@@ -85,7 +86,7 @@ missing=$({ for p in $providers; do defined "$p"; done; echo "=="; echo "$undefi
 # What is left must be the runtime's: defined by its library and declared in its headers.
 from_runtime=0
 if [ -n "$missing" ] && [ -n "$runtime" ]; then
-    runtime_defs=$(defined "$runtime")
+    runtime_defs=$(defined $runtime)
     for sym in $missing; do
         plain=$(echo "$sym" | "${nm%nm}c++filt" | sed 's/(.*//')
         case $plain in
