@@ -190,9 +190,8 @@ TEST_F(Channels, EveryKindOfWriteReachesThePanelAndTheNextPoll) {
         const std::string bit = std::to_string(round % 2);
         for (const auto& c :
              {std::make_pair(5, bit), std::make_pair(6, "1" + bit + "0"),
-              std::make_pair(4, "64" + bit + "0"), std::make_pair(19, "pwd1234" + bit)}) {
-            EXPECT_EQ(write(c.first, c.first == 19 ? DATATYPE_STRING : DATATYPE_DOUBLE, c.second),
-                      0);
+              std::make_pair(4, "64" + bit + "0"), std::make_pair(19, "pw1234" + bit)}) {
+            EXPECT_EQ(write(c.first, DATATYPE_STRING, c.second), 0) << round;
             poll();
             EXPECT_EQ(pushed(c.first), c.second) << round;
         }

@@ -57,8 +57,7 @@ std::vector<std::string> corruptKeys(bool& cut) {
         const std::string got = krv_test::iniValue(k.file, k.key);
         if (got == k.values[0] || got == k.values[1])
             continue;
-        const bool lost = got.empty() || (k.fallback && got == k.fallback);
-        if (krv_test::kQtWritesInPlace && lost)
+        if (krv_test::kQtWritesInPlace && (got.empty() || (k.fallback && got == k.fallback)))
             cut = true;
         else
             corrupt.push_back(std::string(k.file) + ": " + k.key + "=" + got);
