@@ -3,7 +3,7 @@
 # the whole suite: on this machine, or with --armel for ARMv5TE under qemu-arm with the
 # pre-C++11 std::string layout, the closest build to a panel's.
 # Usage: scripts/test-qt4.sh [--armel] PREFIX [BUILD_DIR]
-#   PREFIX     include/QtCore and lib/libQtCore.so.4 built for that target (see DEVELOPERS.md)
+#   PREFIX     include/QtCore and lib/libQtCore.so.4 built for that target (see CONTRIBUTING.md)
 #   BUILD_DIR  default build-qt4 (build-armel-qt4 with --armel)
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
