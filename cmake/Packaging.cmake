@@ -20,7 +20,15 @@ set(CPACK_GENERATOR TGZ)
 set(CPACK_PACKAGE_NAME krvcontrol)
 set(CPACK_PACKAGE_VENDOR "krvcontrol")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Panel-control driver for the HMI runtime")
-set(CPACK_PACKAGE_FILE_NAME ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${KRV_PACKAGE_ARCH})
+# The name says which QtCore and which std::string layout the driver was built for, e.g.
+# krvcontrol-1.1.0-armel-qt4-oldabi: a panel needs the matching pair.
+if(KRV_OLD_STRING_ABI)
+  set(KRV_PACKAGE_ABI oldabi)
+else()
+  set(KRV_PACKAGE_ABI newabi)
+endif()
+set(CPACK_PACKAGE_FILE_NAME
+    ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${KRV_PACKAGE_ARCH}-qt${KRV_QT_MAJOR}-${KRV_PACKAGE_ABI})
 set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};${PROJECT_NAME};panel;/")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/package)

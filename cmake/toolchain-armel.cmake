@@ -1,9 +1,10 @@
 # Cross build for the panel: ARMv5TE, soft-float, EABI5 (Debian armel, arm-linux-gnueabi).
 #
 # The cross compiler and its C/C++ runtimes come from g++-arm-linux-gnueabi (/usr/arm-linux-gnueabi);
-# QtCore and its dependencies from Debian's armel packages unpacked into KRV_ARMEL_SYSROOT
-# (scripts/armel-sysroot.sh); GoogleTest from the multiarch libgtest-dev:armel under /.
-# Programs of the build run through qemu-arm.
+# QtCore either from a Qt 4.8 prefix built for armel (KRV_QT4_DIR) or, without one, Debian's
+# armel Qt 5 and its dependencies unpacked into KRV_ARMEL_SYSROOT (scripts/armel-sysroot.sh);
+# GoogleTest from the multiarch libgtest-dev:armel under /. Programs of the build run through
+# qemu-arm.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabi)
@@ -20,9 +21,17 @@ if(NOT KRV_ARMEL_BINARY_DIR)
   set(KRV_ARMEL_BINARY_DIR ${CMAKE_BINARY_DIR})
 endif()
 # try_compile projects re-read this file in a directory of their own.
-list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KRV_ARMEL_SYSROOT KRV_ARMEL_BINARY_DIR)
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KRV_ARMEL_SYSROOT KRV_ARMEL_BINARY_DIR
+     KRV_QT4_DIR)
 
-if(NOT EXISTS ${KRV_ARMEL_SYSROOT}/usr/lib/${KRV_ARMEL_TRIPLET}/libQt5Core.so.5)
+if(KRV_QT4_DIR)
+  # Qt 4's QtCore needs nothing beyond the C/C++ runtime.
+  set(KRV_ARMEL_LIBDIRS ${KRV_QT4_DIR}/lib)
+elseif(EXISTS ${KRV_ARMEL_SYSROOT}/usr/lib/${KRV_ARMEL_TRIPLET}/libQt5Core.so.5)
+  set(KRV_ARMEL_LIBDIRS
+      ${KRV_ARMEL_SYSROOT}/usr/lib/${KRV_ARMEL_TRIPLET}
+      ${KRV_ARMEL_SYSROOT}/lib/${KRV_ARMEL_TRIPLET})
+else()
   message(FATAL_ERROR "No armel QtCore in ${KRV_ARMEL_SYSROOT}: "
                       "run scripts/armel-sysroot.sh ${KRV_ARMEL_SYSROOT} (or scripts/build-armel.sh)")
 endif()
@@ -39,9 +48,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(CMAKE_C_FLAGS_INIT "-march=armv5te -mfloat-abi=soft")
 set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -mfloat-abi=soft -Wno-psabi")
 
-set(KRV_ARMEL_LIBDIRS
-    ${KRV_ARMEL_SYSROOT}/usr/lib/${KRV_ARMEL_TRIPLET}
-    ${KRV_ARMEL_SYSROOT}/lib/${KRV_ARMEL_TRIPLET})
 # libQt5Core.so needs ICU, GLib, PCRE2 ... from the sysroot at link time, but nothing may point there
 # at run time.
 set(_krv_rpath_link "")

@@ -1,25 +1,41 @@
 #!/bin/sh
-# Checks the driver's ELF interface: SONAME, exactly the two exported entry points, NEEDED
-# limited to QtCore, the panel's HAL and runtime libraries and the C/C++ runtimes, and the
-# NODELETE flag (QtCore's SIGCHLD handler must outlive the runtime's dlclose).
-# Usage: check-abi.sh [--readelf R] [--nm N] [--armv5-soft] [--installed] DRIVER
-#   --armv5-soft  also require an ARM EABI5 soft-float ARMv5TE object without VFP attributes
-#   --installed   also require the SONAME link next to DRIVER (the .so link) and no RUNPATH/RPATH
+# Checks the driver's ELF interface: SONAME, exactly the two exported entry points, the NODELETE
+# flag (QtCore's SIGCHLD handler must outlive the runtime's dlclose), NEEDED limited to the given
+# libraries (the panel's HAL and QtCore) and the C/C++ runtime, and every undefined symbol
+# provided by one of those or declared as the runtime's own interface. Prints the highest
+# GLIBC_, GLIBCXX_, CXXABI_ and GCC_ symbol versions the driver needs.
+# Usage: check-abi.sh [--readelf R] [--nm N] [--cxx C] [--lib LIB]... [--runtime LIB]... [--interface DIR]
+#                     [--armv5-soft] [--installed] DRIVER
+#   --cxx C          the compiler whose C/C++ runtime libraries the driver was linked with
+#   --lib LIB        a library the driver may need (the HAL, QtCore); repeat for each
+#   --runtime LIB    a library of the runtime (ours is simulated; repeat for each): symbols they
+#   --interface DIR  define count when the headers in DIR declare them (a class, namespace or
+#                    function of that name)
+#   --armv5-soft     also require an ARM EABI5 soft-float ARMv5TE object without VFP attributes
+#   --installed      also require the SONAME link next to DRIVER (the .so link) and no RUNPATH/RPATH
 set -eu
 readelf=readelf
 nm=nm
+cxx=c++
+libs=""
+runtime=""
+interface=""
 armv5=0
 installed=0
 while [ $# -gt 1 ]; do
     case $1 in
         --readelf) readelf=$2; shift 2 ;;
         --nm) nm=$2; shift 2 ;;
+        --cxx) cxx=$2; shift 2 ;;
+        --lib) libs="$libs $2"; shift 2 ;;
+        --runtime) runtime="$runtime $2"; shift 2 ;;
+        --interface) interface=$2; shift 2 ;;
         --armv5-soft) armv5=1; shift ;;
         --installed) installed=1; shift ;;
         *) break ;;
     esac
 done
-lib=${1:?usage: check-abi.sh [--readelf R] [--nm N] [--armv5-soft] [--installed] DRIVER}
+lib=${1:?usage: check-abi.sh [options] DRIVER}
 soname=libkrvcontrol_armv5.so.1
 failures=0
 pass() { echo "ok: $*"; }
@@ -41,14 +57,60 @@ esac
 exports=$("$nm" -D --defined-only "$lib" | awk '{print $NF}' | sort | tr '\n' ' ')
 expect exports "CreateDeviceCtrl DestroyDeviceCtrl " "$exports"
 
-for needed in $(echo "$dynamic" | sed -n 's/.*(NEEDED).*\[\(.*\)\].*/\1/p'); do
-    case $needed in
-        libQt5Core.so.5 | libwexa-hal.so | libwexa-runtime.so) pass "NEEDED $needed" ;;
-        libstdc++.so.6 | libgcc_s.so.1 | libm.so.6 | libc.so.6 | libpthread.so.0 | libdl.so.2 | \
-            librt.so.1 | ld-linux.so.3 | ld-linux-x86-64.so.2) pass "NEEDED $needed (C/C++ runtime)" ;;
-        *) fail "NEEDED $needed is not a library the panel provides" ;;
-    esac
+crt="libstdc++.so.6 libgcc_s.so.1 libm.so.6 libc.so.6 libpthread.so.0 libdl.so.2 librt.so.1
+     ld-linux.so.3 ld-linux-x86-64.so.2"
+sonames=""
+for l in $libs; do
+    sonames="$sonames $("$readelf" -d "$l" | sed -n 's/.*(SONAME).*\[\(.*\)\].*/\1/p')"
 done
+providers=$libs
+for needed in $(echo "$dynamic" | sed -n 's/.*(NEEDED).*\[\(.*\)\].*/\1/p'); do
+    if echo " $sonames " | grep -q " $needed "; then
+        pass "NEEDED $needed"
+    elif echo " $crt " | grep -q "[[:space:]]$needed[[:space:]]"; then
+        pass "NEEDED $needed (C/C++ runtime)"
+        file=$("$cxx" -print-file-name="$needed")
+        [ -f "$file" ] && providers="$providers $file"
+    else
+        fail "NEEDED $needed is not a library the panel provides"
+    fi
+done
+
+# Symbols as nm prints them, "name@VERSION" for versioned ones ("@@" marks a default version).
+defined() { "$nm" -D --defined-only "$@" | awk 'NF == 3 {sub("@@", "@", $3); print $3}'; }
+undefined=$("$nm" -D --undefined-only "$lib" | awk '$1 == "U" {print $2}')
+missing=$({ for p in $providers; do defined "$p"; done; echo "=="; echo "$undefined"; } |
+    awk '$0 == "==" {refs = 1; next}
+         !refs {have[$0]; sub("@.*", ""); have[$0]; next}
+         !($0 in have) && !seen[$0]++')
+# What is left must be the runtime's: defined by its library and declared in its headers.
+from_runtime=0
+if [ -n "$missing" ] && [ -n "$runtime" ]; then
+    runtime_defs=$(defined $runtime)
+    for sym in $missing; do
+        plain=$(echo "$sym" | "${nm%nm}c++filt" | sed 's/(.*//')
+        case $plain in
+            *::*) name=${plain%%::*}; pattern="(class|struct|namespace) $name\b" ;;
+            *) name=$plain; pattern="\b$name *\(" ;;
+        esac
+        if echo "$runtime_defs" | grep -qxF "$sym" && grep -sqE "$pattern" "$interface"/*.h; then
+            from_runtime=$((from_runtime + 1))
+            missing=$(echo "$missing" | grep -vxF "$sym" || true)
+        fi
+    done
+fi
+if [ -z "$missing" ]; then
+    pass "undefined symbols: $(echo "$undefined" | wc -l), $from_runtime of them the runtime's own"
+else
+    for sym in $missing; do
+        fail "undefined symbol $(echo "$sym" | "${nm%nm}c++filt") is neither the runtime's nor in a needed library"
+    done
+fi
+needs=""
+for prefix in GLIBC GLIBCXX CXXABI GCC; do
+    needs="$needs $(echo "$undefined" | sed -n "s/.*@\($prefix\)_\([0-9.]*\)\$/\1_\2/p" | sort -V | tail -n 1)"
+done
+echo "needs:$needs"
 
 if [ $armv5 = 1 ]; then
     header=$("$readelf" -h "$lib")

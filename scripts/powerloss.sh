@@ -1,6 +1,8 @@
 #!/bin/sh
 # Kills a driver process at random moments while it writes its settings files, ROUNDS times
-# (default 1000), and checks after every kill that each file still holds old or new values.
+# (default 1000), and checks after every kill that each file still holds old or new values (with
+# Qt 4, which rewrites files in place, or is cut short). BUILD_DIR may be a Qt 4 build
+# (scripts/test-qt4.sh makes build-qt4).
 #   scripts/powerloss.sh [ROUNDS] [BUILD_DIR]
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)

@@ -79,7 +79,7 @@ bool prepare(DEV_CHNLNAME channel, int value, SettingWrite& out) {
 }  // namespace
 
 AppCfgStore::AppCfgStore() : m_filePath(configDirectory() + "/wexa_app_conf.ini") {
-    m_open = m_lock.file().open(appCfgLckPath.toLatin1().toStdString(), O_CREAT);
+    m_open = m_lock.file().open(appCfgLckPath.toLatin1().constData(), O_CREAT);
 }
 
 QString AppCfgStore::configDirectory() {

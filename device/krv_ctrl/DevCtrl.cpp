@@ -21,7 +21,7 @@
 namespace {
 
 // NTP settings file, under the runtime root's configuration directory.
-const QString ntp_cfg_name = QStringLiteral("/ntp_param_cfg.ini");
+const QString ntp_cfg_name = QString::fromLatin1("/ntp_param_cfg.ini");
 
 // Defaults of the two device parameters (device address, communication wait time).
 constexpr int kDefaultParams[] = {0, 200};
@@ -90,7 +90,7 @@ DevManger* createManager() {
 
 QString ntpConfigPath() {
     // The doubled slash ("/config/" + "/ntp...") is harmless and kept.
-    return QString::fromUtf8(Wexa_GetDirectory(2).GetString()) + QStringLiteral("/config/") +
+    return QString::fromUtf8(Wexa_GetDirectory(2).GetString()) + QString::fromLatin1("/config/") +
            ntp_cfg_name;
 }
 
@@ -159,7 +159,7 @@ int CDevCtrl::doInitDevice(const unsigned char* cfg, int len) {
     bas->m_pDevManger = createManager();
     bas->m_pNtpCtrl = new NtpCtrl(ntpConfigPath());
     bas->m_pLocalRtdb = CDevBas::m_pRtdb;
-    bas->m_params.SetSize(static_cast<int>(std::size(kDefaultParams)));
+    bas->m_params.SetSize(static_cast<int>(sizeof kDefaultParams / sizeof kDefaultParams[0]));
     for (int i = 0; i < bas->m_params.GetSize(); ++i)
         bas->m_params[i] = kDefaultParams[i];
     bas->m_refreshDone = 0;

@@ -130,7 +130,9 @@ TEST_F(Faults, ConfigurationDirectoriesMissingFullOrReadOnly) {
         bool ntpLands;
     } cases[] = {
         {"/usr/wexa_app/config", ro, "250", "abcdefgh", false},
-        {"/usr/wexa_app/config", full, "250", "abcdefgh", false},
+        // In place, the new contents fit in the room the old ones leave.
+        {"/usr/wexa_app/config", full, krv_test::kQtWritesInPlace ? "4321" : "250", "abcdefgh",
+         krv_test::kQtWritesInPlace},
         {"/etc/iot_cfg", ro, "4321", "123456", true},
         {"", "rm -r /usr/wexa_app/config", "4321", "abcdefgh", true},  // made again
         {"", "rm -r /etc/iot_cfg", "4321", "", true},  // the password file is never created

@@ -1,6 +1,8 @@
 // Power loss while settings are being written: a child process loads the driver and writes two
 // value sets in turn, over and over, until it is killed at a random moment. After every kill
-// each settings file must hold, key by key, a value of one of the two sets. Round count:
+// each settings file must hold, key by key, a value of one of the two sets. Qt 4 rewrites a file
+// in place, so there a kill may also cut a file short: its keys are missing, and a driver started
+// on a cut NTP file writes the defaults back with the next NTP setting. Round count:
 // KRV_POWERLOSS_ROUNDS (scripts/powerloss.sh runs a long series).
 #include <signal.h>
 #include <sys/wait.h>
@@ -20,19 +22,21 @@ namespace {
 
 const char kAppCfg[] = "/usr/wexa_app/config/wexa_app_conf.ini";
 const char kNtpCfg[] = "/usr/wexa_app/config//ntp_param_cfg.ini";
+const char kVncCfg[] = "/etc/iot_cfg/vncConfig.ini";
 
-// Values of different lengths, so that a file cut short or mixed from two writes shows.
+// Values of different lengths, so that a file cut short or mixed from two writes shows. The
+// default is what a driver writes back after starting on a cut file (null: none).
 const struct {
-    const char *file, *key, *values[2];
+    const char *file, *key, *values[2], *fallback;
 } kKeys[] = {
-    {kAppCfg, "buzz_duration", {"25", "6400"}},
-    {kAppCfg, "backlight_status", {"0", "1"}},
-    {kAppCfg, "backlight_duration", {"20000", "1800000"}},
-    {kNtpCfg, "ntp_mode", {"0", "1"}},
-    {kNtpCfg, "ntp_freq", {"3", "17"}},
-    {kNtpCfg, "ntp_server1", {"10.0.0.1", "first.panel.test"}},
-    {kNtpCfg, "ntp_server4", {"10.0.0.4", "fourth-server.panel.test"}},
-    {"/etc/iot_cfg/vncConfig.ini", "passwd", {"abcdef", "0123456789abcdefghij"}},
+    {kAppCfg, "buzz_duration", {"25", "6400"}, nullptr},
+    {kAppCfg, "backlight_status", {"0", "1"}, nullptr},
+    {kAppCfg, "backlight_duration", {"20000", "1800000"}, nullptr},
+    {kNtpCfg, "ntp_mode", {"0", "1"}, "1"},
+    {kNtpCfg, "ntp_freq", {"3", "17"}, "2"},
+    {kNtpCfg, "ntp_server1", {"10.0.0.1", "first.panel.test"}, "0.pool.ntp.org"},
+    {kNtpCfg, "ntp_server4", {"10.0.0.4", "fourth-server.panel.test"}, "3.pool.ntp.org"},
+    {kVncCfg, "passwd", {"abcdef", "0123456789abcdefghij"}, nullptr},
 };
 
 // The channel writes and commands that store value set `set` (0 or 1) of every key above.
@@ -46,11 +50,16 @@ void writeSet(host::Device& dev, int set) {
     dev.command("ModVncPwd(" + value(7) + ")");
 }
 
-std::vector<std::string> corruptKeys() {
+// Keys holding neither value; `cut` tells whether a file was cut short (or reset after that).
+std::vector<std::string> corruptKeys(bool& cut) {
     std::vector<std::string> corrupt;
     for (const auto& k : kKeys) {
         const std::string got = krv_test::iniValue(k.file, k.key);
-        if (got != k.values[0] && got != k.values[1])
+        if (got == k.values[0] || got == k.values[1])
+            continue;
+        if (krv_test::kQtWritesInPlace && (got.empty() || (k.fallback && got == k.fallback)))
+            cut = true;
+        else
             corrupt.push_back(std::string(k.file) + ": " + k.key + "=" + got);
     }
     return corrupt;
@@ -77,13 +86,14 @@ pid_t startWriter(int set, bool once, int ready) {
 TEST(PowerLoss, EveryFileHoldsOldOrNewValuesAfterEachKill) {
     const char* env = std::getenv("KRV_POWERLOSS_ROUNDS");
     const int rounds = env ? std::atoi(env) : *KRV_TEST_EMULATOR ? 20 : 100;  // qemu is slow
-    int ready[2], status = -1, clean = 0;
+    int ready[2], status = -1, cutRounds = 0;
+    bool cut = false;
     char byte;
     ASSERT_EQ(pipe(ready), 0);
     const pid_t first = startWriter(0, true, ready[1]);
     ASSERT_TRUE(waitpid(first, &status, 0) == first && status == 0 &&
                 read(ready[0], &byte, 1) == 1);
-    ASSERT_EQ(corruptKeys(), std::vector<std::string>());
+    ASSERT_EQ(corruptKeys(cut), std::vector<std::string>());
 
     const unsigned seed = std::random_device()();
     std::mt19937 random(seed);
@@ -94,12 +104,19 @@ TEST(PowerLoss, EveryFileHoldsOldOrNewValuesAfterEachKill) {
         usleep(delayUs(random));
         kill(writer, SIGKILL);
         ASSERT_TRUE(waitpid(writer, &status, 0) == writer && WIFSIGNALED(status));
-        const std::vector<std::string> corrupt = corruptKeys();
-        EXPECT_EQ(corrupt, std::vector<std::string>()) << "round " << round << ", seed " << seed;
-        clean += corrupt.empty();
+        cut = false;
+        EXPECT_EQ(corruptKeys(cut), std::vector<std::string>())
+            << "round " << round << ", seed " << seed;
+        cutRounds += cut;
     }
-    std::printf("power loss: %d of %d rounds without a corrupt file (seed %u)\n", clean, rounds,
-                seed);
+    // Lock files and copies of killed writes beside the settings files (Qt 5); in place, none.
+    const int left = std::stoi(
+        krv_test::run("ls -A /usr/wexa_app/config /etc/iot_cfg | grep -c '\\.ini\\.'").out);
+    EXPECT_TRUE(left == 0 || !krv_test::kQtWritesInPlace) << left;
+    std::printf(
+        "power loss, Qt %d: %d rounds, %d with a file cut short, %d files left beside "
+        "(seed %u)\n",
+        KRV_QT_MAJOR, rounds, cutRounds, left, seed);
 }
 
 }  // namespace

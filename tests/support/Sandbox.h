@@ -14,6 +14,10 @@
 
 namespace krv_test {
 
+// Qt 4's QSettings rewrites a settings file in place; Qt 5's writes a new copy and renames it
+// over the file (and needs a lock file beside it).
+constexpr bool kQtWritesInPlace = KRV_QT_MAJOR == 4;
+
 // True only when running as root of the sandbox's own user namespace.
 bool inSandbox();
 

@@ -1,7 +1,7 @@
 // krv-abi-check: loads the driver the way the panel's runtime does and checks the binary
 // interface from the caller's side, with the runtime's own declarations (RuntimeSide.h): if a
 // slot moves or a record field shifts, these calls land in the wrong place and the checks fail.
-// Usage: krv-abi-check [driver.so]; without an argument, the driver of this build.
+// Usage: krv-abi-check [--preload LIB]... [driver.so]; without a path, the driver of this build.
 #include <dlfcn.h>
 
 #include <cstddef>
@@ -134,10 +134,19 @@ void checkPollWithoutDatabase(CreateFn create, DestroyFn destroy) {
 
 }  // namespace
 
-// Without arguments the built driver; a path checks another build of it (on a panel, say).
+// Without arguments the built driver; a path checks another build of it (on a panel, say). The
+// driver leaves the runtime's own symbols to the process, so the runtime's libraries come first:
+// each --preload LIB is loaded globally before the driver, as the runtime holds them.
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IONBF, 0);  // keep every line should a slot crash
-    void* lib = dlopen(argc > 1 ? argv[1] : KRV_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
+    int arg = 1;
+    for (; arg + 1 < argc && std::strcmp(argv[arg], "--preload") == 0; arg += 2) {
+        if (!dlopen(argv[arg + 1], RTLD_NOW | RTLD_GLOBAL)) {
+            std::printf("FAIL: dlopen: %s\n", dlerror());
+            return 1;
+        }
+    }
+    void* lib = dlopen(arg < argc ? argv[arg] : KRV_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
     if (!lib) {
         std::printf("FAIL: dlopen: %s\n", dlerror());
         return 1;

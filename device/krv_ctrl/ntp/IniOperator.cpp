@@ -5,8 +5,6 @@
 #include <QSettings>
 #include <memory>
 
-#include "File.h"
-
 namespace {
 std::unique_ptr<QSettings> openIni(const QString& file, bool utf8 = true) {
     std::unique_ptr<QSettings> settings(new QSettings(file, QSettings::IniFormat));
@@ -38,17 +36,15 @@ int IniOperator::FileIniWriteValue(QString file, QString group, QString key, QSt
 bool IniOperator::FileIniWriteValues(const QString& file,
                                      const std::vector<std::pair<QString, QString>>& values,
                                      bool utf8) {
-    // The panel may lose power at any moment: the settings are written into a copy that
-    // replaces the file only once complete, and sync() pushes the result to the medium.
-    KRVCTRL::FileReplacer copy(file.toUtf8().toStdString());
-    bool written = copy.ok();
-    if (written) {
-        std::unique_ptr<QSettings> settings = openIni(QString::fromUtf8(copy.path().c_str()), utf8);
+    bool written;
+    {
+        std::unique_ptr<QSettings> settings = openIni(file, utf8);
         for (const auto& value : values)
             settings->setValue(value.first, value.second);
         settings->sync();
-        written = settings->status() == QSettings::NoError && copy.commit();
+        written = settings->status() == QSettings::NoError;
     }
+    // The panel may lose power at any moment.
     ::sync();
     return written;
 }

@@ -1,14 +1,9 @@
 #include "File.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/syscall.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <limits.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 namespace KRVCTRL {
@@ -101,122 +96,6 @@ FileLocker::FileLocker(FileLock& lock) : m_lock(lock) {
 FileLocker::~FileLocker() {
     if (m_lock.file().descriptor() >= 0)
         (void)::flock(m_lock.file().descriptor(), LOCK_UN);
-}
-
-namespace {
-// Creates the missing directories above `path`, as the INI writer does for a new file.
-void makeParents(const std::string& path) {
-    for (size_t slash = path.find('/', 1); slash != std::string::npos;
-         slash = path.find('/', slash + 1))
-        (void)::mkdir(path.substr(0, slash).c_str(), kCreateMode);
-}
-
-bool writeAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
-// Copies named "<file>.<pid>-<thread>-<serial>.tmp" that a writer killed before its rename left
-// behind, and the INI writer's own lock and scratch files named after them, are removed once
-// their process is gone, so that power cuts do not fill the directory over the years.
-void removeStaleCopies(const std::string& dir, const std::string& prefix) {
-    DIR* entries = ::opendir(dir.c_str());
-    if (entries == nullptr)
-        return;
-    while (const struct dirent* entry = ::readdir(entries)) {
-        const std::string name = entry->d_name;
-        char* end = nullptr;
-        const long pid = name.compare(0, prefix.size(), prefix) == 0
-                             ? ::strtol(name.c_str() + prefix.size(), &end, 10)
-                             : 0;
-        if (pid > 0 && pid != ::getpid() && *end == '-' && name.find(".tmp") != std::string::npos &&
-            ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)
-            (void)::unlinkat(::dirfd(entries), entry->d_name, 0);
-    }
-    ::closedir(entries);
-}
-
-bool syncPath(const std::string& path, int flags) {
-    const int fd = ::open(path.c_str(), flags);
-    if (fd < 0)
-        return false;
-    const bool synced = ::fsync(fd) == 0;
-    ::close(fd);
-    return synced;
-}
-}  // namespace
-
-FileReplacer::FileReplacer(const std::string& target) : m_target(target) {
-    // A symbolic link stays a link: its target is what gets replaced.
-    char resolved[PATH_MAX];
-    if (::realpath(target.c_str(), resolved) != nullptr)
-        m_target = resolved;
-    File current;
-    struct stat st;
-    const bool exists = current.open(m_target, O_RDONLY) && ::fstat(current.descriptor(), &st) == 0;
-    if (!exists && errno != ENOENT)
-        return;  // unreadable: a copy would lose what is there
-    const std::string contents = exists ? current.readAll() : std::string();
-    if (current.lastError() != 0)
-        return;
-
-    const size_t slash = m_target.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : m_target.substr(0, slash + 1);
-    removeStaleCopies(dir, m_target.substr(slash + 1) + ".");
-
-    // Unique per write: the INI reader caches files by name, size and time.
-    static thread_local unsigned serial = 0;
-    const std::string stem = m_target + "." + std::to_string(::getpid()) + "-" +
-                             std::to_string(::syscall(SYS_gettid)) + "-";
-    int fd = -1;
-    for (int attempt = 0; attempt < 2 && fd < 0; ++attempt) {
-        m_path = stem + std::to_string(++serial) + ".tmp";
-        fd = ::open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && errno == ENOENT && attempt == 0)
-            makeParents(m_target);
-    }
-    if (fd < 0) {
-        m_path = errno == EACCES ? m_target : std::string();
-        return;
-    }
-    m_copy = true;
-    bool copied = writeAll(fd, contents);
-    if (copied && exists) {
-        copied = ::fchmod(fd, st.st_mode & 07777) == 0;
-        (void)!::fchown(fd, st.st_uid, st.st_gid);  // only root may give files away
-    }
-    ::close(fd);
-    if (!copied) {
-        ::unlink(m_path.c_str());
-        m_path.clear();
-        m_copy = false;
-    }
-}
-
-FileReplacer::~FileReplacer() {
-    if (m_copy)
-        ::unlink(m_path.c_str());
-}
-
-bool FileReplacer::commit() {
-    if (!m_copy)
-        return ok();
-    // The copy's contents must be on the medium before its name replaces the file's.
-    if (!syncPath(m_path, O_RDONLY) || ::rename(m_path.c_str(), m_target.c_str()) != 0)
-        return false;
-    m_copy = false;
-    const size_t slash = m_target.rfind('/');
-    (void)syncPath(slash == std::string::npos ? "." : m_target.substr(0, slash + 1),
-                   O_RDONLY | O_DIRECTORY);
-    return true;
 }
 
 }  // namespace KRVCTRL

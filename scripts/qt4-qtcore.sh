@@ -1,0 +1,80 @@
+#!/bin/sh
+# Builds QtCore 4.8 alone (the panel's Qt) and installs it into PREFIX (PREFIX/include/QtCore,
+# PREFIX/lib/libQtCore.so.4), from a git checkout of Qt 4's public history: the repository qt/qt,
+# default branch 4.8, cloned outside this repository (a bare clone is enough; it is read with
+# git archive, and nothing of it is copied into this repository). About 10 minutes on 2 cores.
+#   usage: scripts/qt4-qtcore.sh GIT_DIR PREFIX [host|armel]
+#     host   this machine, its own compiler
+#     armel  ARMv5TE soft-float with arm-linux-gnueabi-g++ (scripts/armel-deps.sh) and the
+#            pre-C++11 std::string layout, as on a panel
+# GCC 12 builds Qt 4's own code only as C++98; code that includes its headers may be C++11 or later.
+set -eu
+git_dir=$(cd "${1:?usage: qt4-qtcore.sh GIT_DIR PREFIX [host|armel]}" && pwd)
+prefix=${2:?usage: qt4-qtcore.sh GIT_DIR PREFIX [host|armel]}
+target=${3:-host}
+case $target in host|armel) ;; *) echo "target must be host or armel" >&2; exit 2;; esac
+for p in perl make zlib1g-dev; do
+    dpkg -s "$p" >/dev/null 2>&1 || apt-get install -y -qq "$p" >/dev/null
+done
+
+work=$(mktemp -d /tmp/qt4-qtcore.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+git -C "$git_dir" archive --format=tar HEAD configure bin mkspecs qmake src/corelib src/xml \
+    src/tools src/plugins/codecs src/qbase.pri src/qt_install.pri src/qt_targets.pri src/src.pro \
+    src/3rdparty/zlib src/3rdparty/zlib.pri src/3rdparty/zlib_dependency.pri \
+    src/3rdparty/harfbuzz src/3rdparty/md5 src/3rdparty/md4 src/3rdparty/sha1 src/3rdparty/easing \
+    tools/shared config.tests projects.pro config.profiles LICENSE.LGPL LGPL_EXCEPTION.txt \
+    | tar x -C "$work"
+cd "$work"
+touch LICENSE.GPL3
+# syncqt makes forwarding headers only for the two modules built here.
+perl -0pi -e 's/my %modules = \( # path to module name map\n.*?\n\);/my %modules = ( "QtCore" => "\$basedir\/src\/corelib", "QtXml" => "\$basedir\/src\/xml", );/s' bin/syncqt
+cxx98='-std=gnu++98 -fpermissive -Wno-deprecated -fno-delete-null-pointer-checks'
+echo "QMAKE_CXXFLAGS += $cxx98" >> mkspecs/linux-g++/qmake.conf
+
+cross=""
+if [ "$target" = armel ]; then
+    mkdir -p mkspecs/linux-armel-g++
+    cp mkspecs/linux-g++/qplatformdefs.h mkspecs/linux-armel-g++/
+    cat > mkspecs/linux-armel-g++/qmake.conf <<CONF
+MAKEFILE_GENERATOR      = UNIX
+TARGET_PLATFORM         = unix
+TEMPLATE                = app
+CONFIG                  += qt warn_on release incremental link_prl
+QT                      += core
+QMAKE_INCREMENTAL_STYLE = sublib
+include(../common/linux.conf)
+include(../common/gcc-base-unix.conf)
+include(../common/g++-unix.conf)
+QMAKE_CC                = arm-linux-gnueabi-gcc
+QMAKE_CXX               = arm-linux-gnueabi-g++
+QMAKE_LINK              = arm-linux-gnueabi-g++
+QMAKE_LINK_SHLIB        = arm-linux-gnueabi-g++
+QMAKE_AR                = arm-linux-gnueabi-ar cqs
+QMAKE_OBJCOPY           = arm-linux-gnueabi-objcopy
+QMAKE_STRIP             = arm-linux-gnueabi-strip
+QMAKE_CFLAGS            += -march=armv5te -mfloat-abi=soft
+QMAKE_CXXFLAGS          += -march=armv5te -mfloat-abi=soft $cxx98 -D_GLIBCXX_USE_CXX11_ABI=0
+load(qt_config)
+CONF
+    cross="-xplatform linux-armel-g++ -arch arm"
+fi
+
+# Only QtCore; no STL conversions and no exceptions, as a small panel build of Qt 4 has them.
+./configure $cross -platform linux-g++ -opensource -confirm-license -prefix "$prefix" -release \
+    -shared -no-gui -no-qt3support -no-xmlpatterns -no-multimedia -no-audio-backend -no-phonon \
+    -no-phonon-backend -no-svg -no-webkit -no-javascript-jit -no-script -no-scripttools \
+    -no-declarative -no-opengl -no-openssl -no-dbus -no-glib -no-cups -no-nis -no-iconv \
+    -no-gtkstyle -nomake examples -nomake demos -nomake docs -nomake translations -nomake tools \
+    -no-accessibility -no-sql-sqlite -no-stl -no-exceptions -qt-zlib -no-pch > configure.log 2>&1 \
+    || { tail -20 configure.log; exit 1; }
+# QtCore carries an ELF interpreter path so that it can print its version when run: the target's.
+[ "$target" = host ] ||
+    sed -i 's|ELF_INTERPRETER=\\"[^\\]*\\"|ELF_INTERPRETER=\\"/lib/ld-linux.so.3\\"|' src/corelib/Makefile
+# moc is a host tool whose bootstrap library wants the system zlib.
+(cd src/tools/bootstrap && make -j"$(nproc)") > build.log 2>&1
+sed -i 's/^LIBS \(.*\)$/LIBS \1 -lz/' src/tools/moc/Makefile
+(cd src/tools/moc && make -j"$(nproc)") >> build.log 2>&1
+(cd src/corelib && make -j"$(nproc)" && make install) >> build.log 2>&1 \
+    || { grep -E 'error|\*\*\*' build.log | head -20; exit 1; }
+ls "$prefix/lib/libQtCore.so.4"
