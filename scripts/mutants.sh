@@ -111,6 +111,7 @@ collect-result-zero @@ DevCtrl.cpp @@     pushChannels();¶    return resultValu
 int-push-rounds @@ DevCtrl.cpp @@ SetChannelInt(channel, truncateToInt(m_valueArray[i])) @@ SetChannelInt(channel, truncateToInt(m_valueArray[i] + 0.5))
 comm-state-not-inverted @@ DevCtrl.cpp @@ m_data.nCommState = 2; @@ m_data.nCommState = 1;
 no-notify-on-command @@ DevCtrl.cpp @@         notifyCommunication();¶        CString command(cmd); @@         CString command(cmd);
+no-notify-on-write @@ DevCtrl.cpp @@         notifyCommunication();¶        // The runtime counts channels from 1 in the command text. @@         // The runtime counts channels from 1 in the command text.
 notify-on-null-poll @@ DevCtrl.cpp @@     if (flags == nullptr || count == 0)¶        return 0;¶    notifyCommunication(); @@     notifyCommunication();¶    if (flags == nullptr || count == 0)¶        return 0;
 write-double-format @@ DevCtrl.cpp @@ "WEXA_WRITE(%d=%lf)" @@ "WEXA_WRITE(%d=%g)"
 # Command dispatcher
@@ -176,6 +177,7 @@ child-limit-long @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 30000;
 child-limit-short @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 300;
 nameserver-one-attempt @@ ntp/NtpNet.cpp @@ nameServerAttempts = 4; @@ nameServerAttempts = 1;
 nameserver-short-pause @@ ntp/NtpNet.cpp @@ nameServerRetryUs = 100 * 1000; @@ nameServerRetryUs = 10 * 1000;
+ping-wait-one-second @@ ntp/NtpNet.cpp @@ "ping -c 1 -W 2 %1 @@ "ping -c 1 -W 1 %1
 probe-last-nameserver @@ ntp/NtpNet.cpp @@ servers.front().c_str() @@ servers.back().c_str()
 nameserver-not-checked @@ ntp/NtpNet.cpp @@ if (!std::regex_match(server, addressPattern)) @@ if (server.empty())
 # CPU and memory usage
