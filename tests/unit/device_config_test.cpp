@@ -19,8 +19,6 @@
 
 // Allocation failure on demand, for the driver's objects as for everything else in this
 // program: the next allocation of at least g_failSize bytes made by g_failThread throws, once.
-// (The deletes are never inlined: where they can be, without -fPIC, GCC takes the free of what
-// the new made with malloc for a mismatch.)
 static pthread_t g_failThread;
 static std::atomic<std::size_t> g_failSize{0};  // set after g_failThread; 0: off
 
@@ -36,6 +34,7 @@ void* operator new(std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return std::malloc(size ? size : 1);
 }
+// Not inlined: GCC would otherwise see free() given what operator new returned, and warn.
 __attribute__((noinline)) void operator delete(void* p) noexcept {
     std::free(p);
 }
