@@ -47,9 +47,12 @@ build=$dir/build
 logs=$dir/logs
 rm -rf "$src" "$logs"
 mkdir -p "$src" "$logs"
-# tar keeps modification times, so the build directory of an earlier run stays incremental.
+# tar keeps modification times, so the build directory of an earlier run stays incremental; the
+# files that mutants change are made newer, since an earlier run may have left their objects built
+# from a mutant.
 (cd "$top" && git ls-files -co --exclude-standard -z | tar --null --ignore-failed-read -T - -cf -) |
     tar -xf - -C "$src"
+mutants | sed 's/^[^@]*@@ \([^ ]*\) @@.*/\1/' | sort -u | (cd "$src/device/krv_ctrl" && xargs touch)
 
 if [ -z "$dry" ]; then
     echo "== building the unmutated copy in $build"
