@@ -8,13 +8,9 @@
 #include "host/Runtime.h"
 #include "sim/SimPanel.h"
 
-using krv_test::run;
+using namespace krv_test;
 
 namespace {
-
-const char* const kAppCfg = "/usr/wexa_app/config/wexa_app_conf.ini";
-const char* const kNtpCfg = "/usr/wexa_app/config//ntp_param_cfg.ini";
-const char* const kVncCfg = "/etc/iot_cfg/vncConfig.ini";
 
 // The driver's element n is the runtime's channel n - 1.
 int rc(int element) {
@@ -31,8 +27,8 @@ std::string stored(const std::string& key) {
 
 // Everything a rejected or dropped write must leave alone.
 std::string panelState() {
-    return krv_test::readFile(kAppCfg) + "|" + krv_test::readFile(kNtpCfg) + "|" +
-           krv_test::readFile(kVncCfg) + "|" + run("ip -4 -o addr show").out;
+    return readFile(kAppCfg) + "|" + readFile(kNtpCfg) + "|" + readFile(kVncCfg) + "|" +
+           run("ip -4 -o addr show").out;
 }
 
 // GUI, buzzer, address calls and waits, oldest first.
@@ -65,18 +61,18 @@ protected:
     static void resetPanel() {
         sim::reset();
         sim::setLogOutput("-", 0);
-        krv_test::removeInterface("eth1");
-        krv_test::removeInterface("eth2");
+        removeInterface("eth1");
+        removeInterface("eth2");
         run("ip addr flush dev eth0 && ip addr add 10.0.0.2/24 dev eth0 && "
             "ip route replace default via 10.0.0.1");
-        krv_test::writeFile(kAppCfg,
-                            "[DEVICE]\nbuzz_duration=250\nbacklight_status=1\n"
-                            "backlight_duration=60000\n");
-        krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=123456\n");
-        krv_test::writeFile(kNtpCfg,
-                            "[NTP_PARAM]\nntp_switch=0\nntp_mode=1\nntp_freq=2\n"
-                            "ntp_server1=ntp.panel.test\nntp_server2=b\nntp_server3=c\n"
-                            "ntp_server4=d\n");
+        writeFile(kAppCfg,
+                  "[DEVICE]\nbuzz_duration=250\nbacklight_status=1\n"
+                  "backlight_duration=60000\n");
+        writeFile(kVncCfg, "[VNCCONFIG]\npasswd=123456\n");
+        writeFile(kNtpCfg,
+                  "[NTP_PARAM]\nntp_switch=0\nntp_mode=1\nntp_freq=2\n"
+                  "ntp_server1=ntp.panel.test\nntp_server2=b\nntp_server3=c\n"
+                  "ntp_server4=d\n");
     }
 
     // Flags 0: only a refresh pushes anything.
@@ -108,7 +104,7 @@ protected:
 TEST_F(Channels, FullCycleRefreshesPushesWritesAndRefreshesAgain) {
     {
         // A load of 0.99 since boot reaches the integer channel truncated.
-        krv_test::BoundFile stat("/proc/stat", "cpu  99 0 0 1 0 0 0 0 0 0\n");
+        BoundFile stat("/proc/stat", "cpu  99 0 0 1 0 0 0 0 0 0\n");
         ASSERT_TRUE(stat.ok());
         poll();
     }
@@ -120,7 +116,7 @@ TEST_F(Channels, FullCycleRefreshesPushesWritesAndRefreshesAgain) {
 
     // Without a write or a refresh request the cache is served, even to flags asking for
     // pushes: a change made by another process is not seen yet.
-    krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\n");
+    writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\n");
     poll();
     EXPECT_EQ(rt.device().collect(std::vector<int>(19, 3)), 0);
     EXPECT_EQ(pushed(4), "250");
@@ -128,9 +124,7 @@ TEST_F(Channels, FullCycleRefreshesPushesWritesAndRefreshesAgain) {
     EXPECT_EQ(rt.device().writeInt(rc(5), 0), 0);
     EXPECT_EQ(stored("backlight_status"), "backlight_status=0\n");
     poll();
-    EXPECT_EQ(pushed(5), "0");
-    EXPECT_EQ(pushed(4), "0");
-    EXPECT_EQ(pushed(3), "0");
+    EXPECT_EQ(shown({3, 4, 5}), "0 0 0");
     EXPECT_EQ(pushes(5), 3);
 }
 
@@ -236,9 +230,9 @@ TEST_F(Channels, RejectedWritesLeaveThePanelAlone) {
 TEST_F(Channels, WithoutTheLockFileWritesAreDroppedAndOnlyTheNetworkRefreshes) {
     refresh();
     // Changes by other parts of the panel that a refresh would show.
-    krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\nbacklight_duration=90000\n");
-    krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=654321\n");
-    ASSERT_TRUE(krv_test::addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
+    writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=0\nbacklight_duration=90000\n");
+    writeFile(kVncCfg, "[VNCCONFIG]\npasswd=654321\n");
+    ASSERT_TRUE(addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
     ASSERT_EQ(run("rm -f /tmp/wexa_app_conf.lck && mount --bind /tmp /tmp && "
                   "mount -o remount,bind,ro /tmp")
                   .status,
@@ -257,7 +251,7 @@ TEST_F(Channels, WithoutTheLockFileWritesAreDroppedAndOnlyTheNetworkRefreshes) {
 
 TEST_F(Channels, NetworkChannelsFollowTheInterfaceCount) {
     poll();
-    ASSERT_TRUE(krv_test::addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
+    ASSERT_TRUE(addInterface("eth1", "10.0.1.2/24", "10.0.1.1/24"));
     refresh();
     EXPECT_EQ(shown({8, 9}), "10.0.1.2 255.255.255.0");
     EXPECT_EQ(write(9, DATATYPE_STRING, "255.255.0.0"), 0);
@@ -266,7 +260,7 @@ TEST_F(Channels, NetworkChannelsFollowTheInterfaceCount) {
     EXPECT_EQ(pushed(9), "255.255.0.0");
 
     // Three interfaces: the address channels keep what they showed.
-    ASSERT_TRUE(krv_test::addInterface("eth2", "10.0.2.2/24", "10.0.2.1/24"));
+    ASSERT_TRUE(addInterface("eth2", "10.0.2.2/24", "10.0.2.1/24"));
     run("ip addr flush dev eth1 && ip addr add 10.0.1.5/24 dev eth1");
     const struct {
         const char* step;
@@ -284,7 +278,7 @@ TEST_F(Channels, NetworkChannelsFollowTheInterfaceCount) {
 
     // A HAL that cannot list the interfaces leaves them alone; the rest still refreshes.
     run("ip addr flush dev eth0 && ip addr add 10.0.0.3/24 dev eth0");
-    krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
+    writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
     sim::setNetworkResult(-1);
     refresh();
     EXPECT_EQ(shown({1, 4}), "10.0.0.2 77");
@@ -306,26 +300,26 @@ TEST_F(Channels, StoredSettingsAsTheRefreshReadsThem) {
     poll();
     for (const auto& c : cases) {
         if (c.stored)
-            krv_test::writeFile(kAppCfg, std::string("[DEVICE]\n") + c.stored + "\n");
+            writeFile(kAppCfg, std::string("[DEVICE]\n") + c.stored + "\n");
         else
-            krv_test::removeFile(kAppCfg);
+            removeFile(kAppCfg);
         refresh();
         EXPECT_EQ(shown({3, 4, 5, 6}), c.shown) << (c.stored ? c.stored : "no file");
     }
     // The buzzer test waits 30 ms when the stored duration is out of range, negative included.
     for (const char* stored : {"6501", "-30"}) {
-        krv_test::writeFile(kAppCfg, std::string("[DEVICE]\nbuzz_duration=") + stored + "\n");
+        writeFile(kAppCfg, std::string("[DEVICE]\nbuzz_duration=") + stored + "\n");
         sim::clearJournal();
         EXPECT_EQ(write(7, DATATYPE_INT, "1"), 0);
         EXPECT_EQ(sideEffects(), "usleep(30000);Wexa_Beep(900,1);") << stored;
     }
     // The password from /etc/iot_cfg, else from the configuration directory, else empty.
     const char* const fallback = "/usr/wexa_app/config/vncConfig.ini";
-    krv_test::removeFile(kVncCfg);
-    krv_test::writeFile(fallback, "[VNCCONFIG]\npasswd=fallback\n");
+    removeFile(kVncCfg);
+    writeFile(fallback, "[VNCCONFIG]\npasswd=fallback\n");
     refresh();
     EXPECT_EQ(pushed(19), "fallback");
-    krv_test::removeFile(fallback);
+    removeFile(fallback);
     refresh();
     EXPECT_EQ(pushed(19), "");
 }

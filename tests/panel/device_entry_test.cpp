@@ -71,22 +71,20 @@ TEST_F(DeviceEntry, ExportsAndArgumentCodes) {
 
 TEST_F(DeviceEntry, ArraySizingSeenInPushes) {
     ASSERT_EQ(rt.start(), 0);
-    // The first poll refreshes and pushes every entry: ten entries for 3 channels.
-    EXPECT_EQ(dev.collect({0, 0, 0}), 0);
-    EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    // Entries beyond the flags keep their status from the refresh.
-    rt.database().resetPushes();
-    EXPECT_EQ(dev.collect({0, 3, 0}), 0);
-    EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{1, 3, 4, 5, 6, 7, 8}));
-    // Twelve channels: thirteen entries.
-    rt.database().resetPushes();
-    EXPECT_EQ(dev.collect(std::vector<int>(12, 3)), 0);
-    EXPECT_EQ(pushedChannels(rt.database()),
-              (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
-    // Nine after twelve: cut back to ten entries.
-    rt.database().resetPushes();
-    EXPECT_EQ(dev.collect(std::vector<int>(9, 3)), 0);
-    EXPECT_EQ(pushedChannels(rt.database()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    const struct {
+        std::vector<int> flags;
+        std::vector<int> pushed;
+    } polls[] = {
+        {{0, 0, 0}, {0, 1, 2, 3, 4, 5, 6, 7, 8}},  // the first refreshes: ten entries for 3
+        {{0, 3, 0}, {1, 3, 4, 5, 6, 7, 8}},  // entries beyond the flags keep the refresh's status
+        {std::vector<int>(12, 3), {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},  // thirteen entries
+        {std::vector<int>(9, 3), {0, 1, 2, 3, 4, 5, 6, 7, 8}},  // cut back to ten entries
+    };
+    for (const auto& p : polls) {
+        rt.database().resetPushes();
+        EXPECT_EQ(dev.collect(p.flags), 0);
+        EXPECT_EQ(pushedChannels(rt.database()), p.pushed) << p.flags.size();
+    }
     // A poll answers element 0 as the last command left it. Slot 15 comes before every poll,
     // command and write, but not before a poll without flags.
     EXPECT_EQ(dev.collect(nullptr, 5), 0);

@@ -90,7 +90,7 @@ TEST_F(Dispatch, KeywordsAndResultCodesAsUsersTypeThem) {
 }
 
 TEST_F(Dispatch, NtpServersAreWrittenOnlyWhenOneChanges) {
-    const char* cfg = "/usr/wexa_app/config//ntp_param_cfg.ini";
+    const char* cfg = krv_test::kNtpCfg;
     ASSERT_EQ(rt.device().command("SetNTPServer(a,b,c,d)"), 0);
     for (const char* servers : {" a,b , c,d", "a,b,c,e"}) {  // the same four, then the fourth new
         utimbuf old{1000, 1000};
@@ -131,12 +131,9 @@ TEST(RebootUnmodified, EndsNestedPidNamespace) {
     // with -E (through env, the preload would reach the emulator itself).
     std::vector<std::string> words = {"unshare", "--pid", "--fork"};
     std::istringstream emulator(KRV_TEST_EMULATOR);
-    std::string word;
-    bool emulated = false;
-    while (emulator >> word) {
+    for (std::string word; emulator >> word;)
         words.push_back(word);
-        emulated = true;
-    }
+    const bool emulated = words.size() > 3;
     if (!emulated)
         words.push_back("env");
     for (const std::string& env : {preload, asanOptions, std::string("KRV_REBOOT_CHILD=1")}) {
@@ -144,8 +141,7 @@ TEST(RebootUnmodified, EndsNestedPidNamespace) {
             words.push_back("-E");
         words.push_back(env);
     }
-    words.push_back(self);
-    words.push_back("--gtest_filter=RebootUnmodified.*");
+    words.insert(words.end(), {self, "--gtest_filter=RebootUnmodified.*"});
     std::vector<char*> argv;
     for (std::string& w : words)
         argv.push_back(&w[0]);

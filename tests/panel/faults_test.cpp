@@ -18,14 +18,9 @@
 #include "host/Runtime.h"
 #include "sim/SimPanel.h"
 
-using krv_test::iniValue;
-using krv_test::run;
+using namespace krv_test;
 
 namespace {
-
-const char kAppCfg[] = "/usr/wexa_app/config/wexa_app_conf.ini";
-const char kNtpCfg[] = "/usr/wexa_app/config//ntp_param_cfg.ini";
-const char kVncCfg[] = "/etc/iot_cfg/vncConfig.ini";
 
 // A fault made by a shell command, undone by another when it goes out of scope.
 struct Fault {
@@ -51,11 +46,11 @@ protected:
         alarm(0);
     }
     static void resetFiles() {
-        krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=250\n");
-        krv_test::writeFile(kVncCfg, "[VNCCONFIG]\npasswd=123456\n");
-        krv_test::writeFile(kNtpCfg,
-                            "[NTP_PARAM]\nntp_switch=1\nntp_mode=0\nntp_freq=2\n"
-                            "ntp_server1=10.0.0.1\nntp_server2=\nntp_server3=\nntp_server4=\n");
+        writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=250\n");
+        writeFile(kVncCfg, "[VNCCONFIG]\npasswd=123456\n");
+        writeFile(kNtpCfg,
+                  "[NTP_PARAM]\nntp_switch=1\nntp_mode=0\nntp_freq=2\n"
+                  "ntp_server1=10.0.0.1\nntp_server2=\nntp_server3=\nntp_server4=\n");
     }
     // "result/status" of a command whose status variable is St.
     std::string outcome(const std::string& command) {
@@ -71,7 +66,7 @@ protected:
 // link planted at a lock name: nothing blocks, and a lock file that cannot be had drops channel
 // writes with 0, keeps the settings the refresh showed, and fails the name-server probe.
 TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
-    krv_test::NtpServer chrony;
+    NtpServer chrony;
     ASSERT_TRUE(chrony.ok());
     ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
     rt.database().defineChannels(std::vector<DATATYPE>(19, DATATYPE_DOUBLE));
@@ -80,7 +75,7 @@ TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
     auto plant = [](const std::string& make, const std::string& lock) {
         return "rm -f " + lock + " && " + make + " " + lock;
     };
-    krv_test::writeFile("/sbx/fake_dmesg.txt", "[    0.000000] Booting Linux\n");
+    writeFile("/sbx/fake_dmesg.txt", "[    0.000000] Booting Linux\n");
     const struct {
         std::string make;
         const char* stored;            // buzz_duration after a write of 4321
@@ -110,13 +105,13 @@ TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
                     c.make.rfind("mount", 0) == 0 ? "umount /tmp" : "rm -rf " + app + " " + dns);
         EXPECT_EQ(rt.device().writeInt(3, 4321), 0);
         EXPECT_EQ(iniValue(kAppCfg, "buzz_duration"), c.stored);
-        krv_test::writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
+        writeFile(kAppCfg, "[DEVICE]\nbuzz_duration=77\n");
         rt.device().collect(std::vector<int>(19, 0));
         EXPECT_EQ(rt.database().channel(3)->doubleValue, c.shown);
         EXPECT_EQ(outcome("ExecNTP(St)"), c.execNtp);
         EXPECT_EQ(outcome("ReadSysLog(0,4,Txt,St)"), c.sysLog);
     }
-    EXPECT_FALSE(krv_test::fileExists("/tmp/elsewhere"));  // a planted link made nothing
+    EXPECT_FALSE(fileExists("/tmp/elsewhere"));  // a planted link made nothing
 }
 
 TEST_F(Faults, ConfigurationDirectoriesMissingFullOrReadOnly) {
@@ -131,8 +126,8 @@ TEST_F(Faults, ConfigurationDirectoriesMissingFullOrReadOnly) {
     } cases[] = {
         {"/usr/wexa_app/config", ro, "250", "abcdefgh", false},
         // In place, the new contents fit in the room the old ones leave.
-        {"/usr/wexa_app/config", full, krv_test::kQtWritesInPlace ? "4321" : "250", "abcdefgh",
-         krv_test::kQtWritesInPlace},
+        {"/usr/wexa_app/config", full, kQtWritesInPlace ? "4321" : "250", "abcdefgh",
+         kQtWritesInPlace},
         {"/etc/iot_cfg", ro, "4321", "123456", true},
         {"", "rm -r /usr/wexa_app/config", "4321", "abcdefgh", true},  // made again
         {"", "rm -r /etc/iot_cfg", "4321", "", true},  // the password file is never created
@@ -168,7 +163,7 @@ TEST_F(Faults, MissingLogDirectoryDeliversEmptyLogs) {
 TEST_F(Faults, NtpServerStopsAnsweringMidRun) {
     for (int delayMs : {0, 50, 500}) {
         for (bool kill : {true, false}) {
-            krv_test::NtpServer chrony;
+            NtpServer chrony;
             ASSERT_TRUE(chrony.ok());
             std::string got;
             std::thread exec([&] { got = outcome("ExecNTP(St)"); });
@@ -176,10 +171,10 @@ TEST_F(Faults, NtpServerStopsAnsweringMidRun) {
             if (kill)
                 ::kill(chrony.pid(), SIGKILL);
             else
-                krv_test::runInPeer("ip addr del 10.0.0.1/24 dev eth0p");
+                runInPeer("ip addr del 10.0.0.1/24 dev eth0p");
             exec.join();
             EXPECT_TRUE(got == "0/0" || got == "0/10") << got << " " << delayMs;
-            krv_test::runInPeer("ip addr add 10.0.0.1/24 dev eth0p 2>/dev/null");
+            runInPeer("ip addr add 10.0.0.1/24 dev eth0p 2>/dev/null");
         }
     }
 }
@@ -189,7 +184,7 @@ TEST_F(Faults, NtpServerStopsAnsweringMidRun) {
 // blocking flock, as the kernel's lock list shows, without a time-out; it completes once the
 // holder lets go.
 TEST_F(Faults, LocksHeldByOtherProcessesAreWaitedForWithoutTimeOut) {
-    krv_test::NtpServer chrony;
+    NtpServer chrony;
     ASSERT_TRUE(chrony.ok());
     ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
     const char app[] = "/tmp/wexa_app_conf.lck", dns[] = "/tmp/dns_access_lock.lck";

@@ -33,9 +33,9 @@ TEST(NtpRace, CommandsNextToTheRetryingWorkerThenCleanup) {
     rt.database().defineChannels(types);
     ASSERT_EQ(rt.start(), 0);
     host::Device& dev = rt.device();
-    ASSERT_EQ(dev.command("SetNTPServer(10.0.0.1,10.0.0.1,10.0.0.1,10.0.0.1)"), 0);
-    ASSERT_EQ(dev.command("SetNTPMode(1)"), 0);
-    ASSERT_EQ(dev.command("EnableNTP(1)"), 0);
+    for (const char* c :
+         {"SetNTPServer(10.0.0.1,10.0.0.1,10.0.0.1,10.0.0.1)", "SetNTPMode(1)", "EnableNTP(1)"})
+        ASSERT_EQ(dev.command(c), 0) << c;
     ASSERT_TRUE(sim::waitForJournal("rtc", 1, 10000)) << "the worker never reached the clocks";
 
     const std::vector<int> idle(20, 0);
@@ -52,9 +52,8 @@ TEST(NtpRace, CommandsNextToTheRetryingWorkerThenCleanup) {
         usleep(20 * 1000);
     }
     // The last values set are the ones a refresh reads back.
-    EXPECT_EQ(dev.command("SetNTPMode(1)"), 0);
-    EXPECT_EQ(dev.command("SetNTPFreq(5)"), 0);
-    EXPECT_EQ(dev.command("REFLESH()"), 0);
+    for (const char* c : {"SetNTPMode(1)", "SetNTPFreq(5)", "REFLESH()"})
+        EXPECT_EQ(dev.command(c), 0) << c;
     EXPECT_EQ(dev.collect(idle), 0);
     EXPECT_EQ(rt.database().channel(kNtpFreqChannel)->doubleValue, 5.0);
     EXPECT_EQ(rt.database().channel(kNtpServer1Channel)->text, "223.5.5.5");

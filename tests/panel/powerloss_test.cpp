@@ -18,11 +18,9 @@
 #include "host/Runtime.h"
 #include "sim/SimPanel.h"
 
-namespace {
+using namespace krv_test;
 
-const char kAppCfg[] = "/usr/wexa_app/config/wexa_app_conf.ini";
-const char kNtpCfg[] = "/usr/wexa_app/config//ntp_param_cfg.ini";
-const char kVncCfg[] = "/etc/iot_cfg/vncConfig.ini";
+namespace {
 
 // Values of different lengths, so that a file cut short or mixed from two writes shows. The
 // default is what a driver writes back after starting on a cut file (null: none).
@@ -54,10 +52,10 @@ void writeSet(host::Device& dev, int set) {
 std::vector<std::string> corruptKeys(bool& cut) {
     std::vector<std::string> corrupt;
     for (const auto& k : kKeys) {
-        const std::string got = krv_test::iniValue(k.file, k.key);
+        const std::string got = iniValue(k.file, k.key);
         if (got == k.values[0] || got == k.values[1])
             continue;
-        if (krv_test::kQtWritesInPlace && (got.empty() || (k.fallback && got == k.fallback)))
+        if (kQtWritesInPlace && (got.empty() || (k.fallback && got == k.fallback)))
             cut = true;
         else
             corrupt.push_back(std::string(k.file) + ": " + k.key + "=" + got);
@@ -110,9 +108,9 @@ TEST(PowerLoss, EveryFileHoldsOldOrNewValuesAfterEachKill) {
         cutRounds += cut;
     }
     // Lock files and copies of killed writes beside the settings files (Qt 5); in place, none.
-    const int left = std::stoi(
-        krv_test::run("ls -A /usr/wexa_app/config /etc/iot_cfg | grep -c '\\.ini\\.'").out);
-    EXPECT_TRUE(left == 0 || !krv_test::kQtWritesInPlace) << left;
+    const int left =
+        std::stoi(run("ls -A /usr/wexa_app/config /etc/iot_cfg | grep -c '\\.ini\\.'").out);
+    EXPECT_TRUE(left == 0 || !kQtWritesInPlace) << left;
     std::printf(
         "power loss, Qt %d: %d rounds, %d with a file cut short, %d files left beside "
         "(seed %u)\n",

@@ -18,15 +18,9 @@ protected:
     host::Runtime rt{KRV_DRIVER_PATH};
 };
 
-std::string Log(std::size_t bytes) {
-    std::string text;
-    for (int i = 0; text.size() < bytes; ++i)
-        text += "entry " + std::to_string(i) + "\n";
-    return text.substr(0, bytes);
-}
-
 TEST_F(SysOpsPanel, LogOperandsAndResultsInVariables) {
-    const std::string signal = Log(3000), kernel = Log(6000);
+    const std::string signal = krv_test::numberedLines(3000),
+                      kernel = krv_test::numberedLines(6000);
     krv_test::writeFile("/storage/log/signal_recieved.log", signal);
     krv_test::writeFile("/sbx/fake_dmesg.txt", kernel);
     const std::string tail1 = signal.substr(3000 - 1024);

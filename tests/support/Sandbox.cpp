@@ -90,6 +90,31 @@ pid_t peerPid() {
     return static_cast<pid_t>(std::atoi(readFile("/run/krv/peer.pid").c_str()));
 }
 
+// Sends one SNTP client request to `address`:123 and waits up to `timeoutMs` for a reply.
+bool ntpAnswers(const std::string& address, int timeoutMs) {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(123);
+    if (inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1)
+        return false;
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return false;
+    unsigned char packet[48] = {0x23};  // version 4, client mode
+    bool answered = false;
+    if (sendto(fd, packet, sizeof packet, 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
+        static_cast<ssize_t>(sizeof packet)) {
+        pollfd pfd{fd, POLLIN, 0};
+        unsigned char reply[512];
+        if (poll(&pfd, 1, timeoutMs) == 1) {
+            ssize_t n = recv(fd, reply, sizeof reply, 0);
+            answered = n == 48 && (reply[0] & 0x07) == 4;  // server mode
+        }
+    }
+    close(fd);
+    return answered;
+}
+
 }  // namespace
 
 bool inSandbox() {
@@ -126,6 +151,13 @@ bool fileExists(const std::string& path) {
 
 bool removeFile(const std::string& path) {
     return unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
+std::string numberedLines(std::size_t bytes) {
+    std::string text;
+    for (int i = 0; text.size() < bytes; ++i)
+        text += "line " + std::to_string(i) + "\n";
+    return text.substr(0, bytes);
 }
 
 std::string iniValue(const std::string& path, const std::string& key) {
@@ -195,30 +227,6 @@ BoundFile::BoundFile(const std::string& target, const std::string& contents) : t
 BoundFile::~BoundFile() {
     if (bound_ && umount2(target_.c_str(), 0) != 0)
         umount2(target_.c_str(), MNT_DETACH);
-}
-
-bool ntpAnswers(const std::string& address, int timeoutMs) {
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(123);
-    if (inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1)
-        return false;
-    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return false;
-    unsigned char packet[48] = {0x23};  // version 4, client mode
-    bool answered = false;
-    if (sendto(fd, packet, sizeof packet, 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
-        static_cast<ssize_t>(sizeof packet)) {
-        pollfd pfd{fd, POLLIN, 0};
-        unsigned char reply[512];
-        if (poll(&pfd, 1, timeoutMs) == 1) {
-            ssize_t n = recv(fd, reply, sizeof reply, 0);
-            answered = n == 48 && (reply[0] & 0x07) == 4;  // server mode
-        }
-    }
-    close(fd);
-    return answered;
 }
 
 NtpServer::NtpServer() {

@@ -18,6 +18,11 @@ namespace krv_test {
 // over the file (and needs a lock file beside it).
 constexpr bool kQtWritesInPlace = KRV_QT_MAJOR == 4;
 
+// The settings files as the driver names them on the panel.
+constexpr const char* kAppCfg = "/usr/wexa_app/config/wexa_app_conf.ini";
+constexpr const char* kNtpCfg = "/usr/wexa_app/config//ntp_param_cfg.ini";
+constexpr const char* kVncCfg = "/etc/iot_cfg/vncConfig.ini";
+
 // True only when running as root of the sandbox's own user namespace.
 bool inSandbox();
 
@@ -26,6 +31,8 @@ bool writeFile(const std::string& path, const std::string& contents);
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
 bool removeFile(const std::string& path);
+// "line 0\nline 1\n..." cut to `bytes`: a log whose tails show where they were cut.
+std::string numberedLines(std::size_t bytes);
 // The text after "key=" up to the line's end in an INI file whose first line is its group;
 // "" when the key is missing.
 std::string iniValue(const std::string& path, const std::string& key);
@@ -63,9 +70,6 @@ private:
     std::string target_;
     bool bound_ = false;
 };
-
-// Sends one SNTP client request to `address`:`port` and waits for a 48-byte reply.
-bool ntpAnswers(const std::string& address, int timeoutMs = 1000);
 
 // chronyd serving time in the peer namespace (10.0.0.1, 223.5.5.5 and any other peer address),
 // never touching a clock. The constructor waits until it answers on port 123. One at a time;

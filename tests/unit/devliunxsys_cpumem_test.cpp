@@ -1,5 +1,5 @@
 // CPU use over controlled /proc/stat samples; available memory from fake and real /proc/meminfo.
-#include <cstdio>
+#include <cstdlib>
 
 #include "devliunxsys_fixture.h"
 #include "sim/SimPanel.h"
@@ -13,15 +13,7 @@ std::string Stat(const std::string& counters) {
 
 // The "available" column of procps `free -m`.
 int FreeAvailableMiB() {
-    FILE* pipe = popen("free -m", "r");
-    char line[512];
-    int skip, available = -1;
-    while (pipe != nullptr && fgets(line, sizeof line, pipe) != nullptr) {
-        sscanf(line, "Mem: %d %d %d %d %d %d", &skip, &skip, &skip, &skip, &skip, &available);
-    }
-    if (pipe != nullptr)
-        pclose(pipe);
-    return available;
+    return std::atoi(krv_test::run("free -m | awk '/^Mem:/ {print $7}'").out.c_str());
 }
 
 }  // namespace

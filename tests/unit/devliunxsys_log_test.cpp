@@ -23,23 +23,13 @@ extern "C" int unlink(const char* path) noexcept {
     return result;
 }
 
-namespace {
-
-std::string Lines(std::size_t bytes) {
-    std::string text;
-    for (int i = 0; text.size() < bytes; ++i)
-        text += "line " + std::to_string(i) + "\n";
-    return text.substr(0, bytes);
-}
-
-}  // namespace
-
 TEST_F(SysOpsTest, StoredLogTails) {
-    const std::string big = Lines(3000), small = Lines(500), huge = Lines(3 << 20);
+    const std::string big = krv_test::numberedLines(3000), small = krv_test::numberedLines(500),
+                      huge = krv_test::numberedLines(3 << 20);
     std::string twoByte = "a";
     for (int i = 0; i < 512; ++i)
         twoByte += "\xc3\xa9";  // the cut splits the first "é"
-    const std::string zeroed = Lines(2000) + '\0' + Lines(100);
+    const std::string zeroed = krv_test::numberedLines(2000) + '\0' + krv_test::numberedLines(100);
     const struct {
         std::string command, file, content, text;
     } cases[] = {
@@ -68,7 +58,7 @@ TEST_F(SysOpsTest, StoredLogTails) {
 }
 
 TEST_F(SysOpsTest, KernelLogCapture) {
-    const std::string kernel = Lines(5000);
+    const std::string kernel = krv_test::numberedLines(5000);
     krv_test::writeFile("/sbx/fake_dmesg.txt", kernel);
     // A link planted at the capture name must not redirect the capture.
     krv_test::writeFile("/tmp/victim", "keep");

@@ -9,17 +9,17 @@ TEST(ParaCmd, SplitsNameAndArguments) {
         std::string command;
         int result;
         std::string name;
-        Args args;  // appended after "pre"
+        Args args;  // the list afterwards; it held "pre" before
     } cases[] = {
-        {"ReadAppLog(a,,b)", 0, "ReadAppLog", {"a", "b"}},  // empty arguments dropped
-        {"ReadAppLog(a,b,)", 0, "ReadAppLog", {"a", "b"}},
-        {"X(,a)", 0, "X", {"a"}},
-        {"X()", 0, "X", {}},
-        {" X(0, 4)", 0, " X", {"0", " 4"}},  // blanks kept
-        {"X(f(1))", 0, "X", {"f(1)"}},
-        {"GetCpuUse", -5, "", {}},
-        {"GetCpuUse(10", -5, "", {}},
-        {"", -5, "", {}},
+        {"ReadAppLog(a,,b)", 0, "ReadAppLog", {"pre", "a", "b"}},  // empty arguments dropped
+        {"ReadAppLog(a,b,)", 0, "ReadAppLog", {"pre", "a", "b"}},
+        {"X(,a)", 0, "X", {"pre", "a"}},
+        {"X()", 0, "X", {"pre"}},
+        {" X(0, 4)", 0, " X", {"pre", "0", " 4"}},  // blanks kept
+        {"X(f(1))", 0, "X", {"pre", "f(1)"}},
+        {"GetCpuUse", -5, "", {"pre"}},
+        {"GetCpuUse(10", -5, "", {"pre"}},
+        {"", -5, "", {"pre"}},
     };
     ToolsBase tools;
     for (const auto& c : cases) {
@@ -27,9 +27,7 @@ TEST(ParaCmd, SplitsNameAndArguments) {
         Args args{"pre"};
         EXPECT_EQ(tools.ParaCmd(name, args, c.command), c.result) << c.command;
         EXPECT_EQ(name, c.name) << c.command;
-        Args expected{"pre"};
-        expected.insert(expected.end(), c.args.begin(), c.args.end());
-        EXPECT_EQ(args, expected) << c.command;
+        EXPECT_EQ(args, c.args) << c.command;
     }
 }
 
