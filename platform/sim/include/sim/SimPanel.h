@@ -14,8 +14,8 @@ struct JournalEntry {
     std::string kind;  // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot"
     // The call as written, e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)",
     // "hal_set_rtc_time(2026-11-21 28:30:05)", "reboot(0x1234567)",
-    // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()";
-    // a log record as "[level] title: message (file:line)".
+    // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()", every
+    // pause as "usleep(30000)"; a log record as "[level] title: message (file:line)".
     std::string text;
 };
 
@@ -53,7 +53,7 @@ void resetDirectories();
 void advanceTicks(long long milliseconds);
 
 // gettimeofday stands still at this instant (microseconds since 1970), or follows the real clock
-// again when it is negative. Every usleep is journaled as "wait", e.g. "usleep(30000)".
+// again when it is negative.
 void setWallClock(long long microseconds);
 
 // Results the simulated HAL gives (0 = success).
