@@ -1,16 +1,20 @@
 #!/bin/sh
 # Builds QtCore 4.8 alone (the panel's Qt) and installs it into PREFIX (PREFIX/include/QtCore,
-# PREFIX/lib/libQtCore.so.4), from a git checkout of Qt 4's public history: the repository qt/qt,
-# default branch 4.8, cloned outside this repository (a bare clone is enough; it is read with
-# git archive, and nothing of it is copied into this repository). About 10 minutes on 2 cores.
-#   usage: scripts/qt4-qtcore.sh GIT_DIR PREFIX [host|armel]
+# PREFIX/lib/libQtCore.so.4), from either
+#   - a git checkout of Qt 4's public history: the repository qt/qt, default branch 4.8, cloned
+#     outside this repository (a bare clone is enough; it is read with git archive), or
+#   - a .tar.xz of the same tree with everything under one top directory (what `git archive
+#     --prefix=qt-4.8/` gives), checked against SOURCE.sha256 when that file sits beside it.
+# Nothing of it is copied into this repository. About 10 minutes on 2 cores.
+#   usage: scripts/qt4-qtcore.sh SOURCE PREFIX [host|armel]
 #     host   this machine, its own compiler
 #     armel  ARMv5TE soft-float with arm-linux-gnueabi-g++ (scripts/armel-deps.sh) and the
 #            pre-C++11 std::string layout, as on a panel
 # GCC 12 builds Qt 4's own code only as C++98; code that includes its headers may be C++11 or later.
 set -eu
-git_dir=$(cd "${1:?usage: qt4-qtcore.sh GIT_DIR PREFIX [host|armel]}" && pwd)
-prefix=${2:?usage: qt4-qtcore.sh GIT_DIR PREFIX [host|armel]}
+usage="usage: qt4-qtcore.sh SOURCE PREFIX [host|armel]"
+source=${1:?$usage}
+prefix=${2:?$usage}
 target=${3:-host}
 case $target in host|armel) ;; *) echo "target must be host or armel" >&2; exit 2;; esac
 for p in perl make zlib1g-dev; do
@@ -19,12 +23,21 @@ done
 
 work=$(mktemp -d /tmp/qt4-qtcore.XXXXXX)
 trap 'rm -rf "$work"' EXIT
-git -C "$git_dir" archive --format=tar HEAD configure bin mkspecs qmake src/corelib src/xml \
-    src/tools src/plugins/codecs src/qbase.pri src/qt_install.pri src/qt_targets.pri src/src.pro \
-    src/3rdparty/zlib src/3rdparty/zlib.pri src/3rdparty/zlib_dependency.pri \
-    src/3rdparty/harfbuzz src/3rdparty/md5 src/3rdparty/md4 src/3rdparty/sha1 src/3rdparty/easing \
-    tools/shared config.tests projects.pro config.profiles LICENSE.LGPL LGPL_EXCEPTION.txt \
-    | tar x -C "$work"
+# The parts of Qt 4 that building QtCore alone needs.
+parts="configure bin mkspecs qmake src/corelib src/xml src/tools src/plugins/codecs src/qbase.pri
+    src/qt_install.pri src/qt_targets.pri src/src.pro src/3rdparty/zlib src/3rdparty/zlib.pri
+    src/3rdparty/zlib_dependency.pri src/3rdparty/harfbuzz src/3rdparty/md5 src/3rdparty/md4
+    src/3rdparty/sha1 src/3rdparty/easing tools/shared config.tests projects.pro config.profiles
+    LICENSE.LGPL LGPL_EXCEPTION.txt"
+if [ -d "$source" ]; then
+    git -C "$source" archive --format=tar HEAD $parts | tar x -C "$work"
+else
+    if [ -f "$source.sha256" ]; then
+        (cd "$(dirname "$source")" && sha256sum -c --quiet "$(basename "$source").sha256")
+    fi
+    tar xJf "$source" --strip-components=1 -C "$work"
+    for p in $parts; do [ -e "$work/$p" ] || { echo "$source lacks $p" >&2; exit 1; }; done
+fi
 cd "$work"
 touch LICENSE.GPL3
 # syncqt makes forwarding headers only for the two modules built here.
