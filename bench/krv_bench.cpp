@@ -6,7 +6,10 @@
 //                                         --collect-atstart=no) and allocations per call
 //   krv_bench worker SECONDS              CPU time of the NTP worker at rest
 //   krv_bench ntp ROUNDS                  ExecNTP against the peer's NTP server, and a bare
-//   exchange krv_bench footprint DEVICES           resident memory and threads added per device
+//                                         exchange
+//   krv_bench footprint DEVICES           resident memory and threads added per device
+//   krv_bench settings ROUNDS             a settings write ("WEXA_WRITE(6=..)") and the bare
+//                                         QSettings write it is built on
 //
 // Runs only inside the panel sandbox (see run.sh).
 #include <arpa/inet.h>
@@ -21,6 +24,9 @@
 #include <valgrind/callgrind.h>
 
 #include <benchmark/benchmark.h>
+
+#include <QSettings>
+#include <QString>
 
 #include <atomic>
 #include <algorithm>
@@ -472,6 +478,41 @@ int footprintMode(int devices) {
     return 0;
 }
 
+// ---- settings writes ----
+
+// The write as the driver made it before it guarded against kills and stale parsed copies:
+// QSettings on the file itself under the configuration lock, sync(), then the system's sync().
+void bareSettingsWrite(const char* milliseconds) {
+    const int lock = ::open(kLockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    ::flock(lock, LOCK_EX);
+    {
+        QSettings settings(QString::fromLatin1(kAppCfgPath), QSettings::IniFormat);
+        settings.setIniCodec("UTF-8");
+        settings.setValue(QString::fromLatin1("/DEVICE/backlight_duration"),
+                          QString::fromLatin1(milliseconds));
+        settings.sync();
+    }
+    ::sync();
+    ::flock(lock, LOCK_UN);
+    ::close(lock);
+}
+
+// Same-length values in turn, the two writers interleaved so that both see the same medium.
+int settingsMode(int rounds) {
+    Panel& p = panel();
+    std::vector<double> bare, driver;
+    for (int i = 0; i < rounds; ++i) {
+        bare.push_back(medianMs(1, [&] { bareSettingsWrite(i % 2 ? "61000" : "62000"); }));
+        driver.push_back(
+            medianMs(1, [&] { p.command(i % 2 ? "WEXA_WRITE(6=62)" : "WEXA_WRITE(6=61)"); }));
+    }
+    std::sort(bare.begin(), bare.end());
+    std::sort(driver.begin(), driver.end());
+    std::printf("settings qt=%d rounds=%d bare_ms=%.3f driver_ms=%.3f\n", QT_VERSION >> 16, rounds,
+                bare[bare.size() / 2], driver[driver.size() / 2]);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -484,6 +525,8 @@ int main(int argc, char** argv) {
         return ntpMode(argc > 2 ? std::atoi(argv[2]) : 20);
     if (mode == "footprint")
         return footprintMode(argc > 2 ? std::atoi(argv[2]) : 10);
+    if (mode == "settings")
+        return settingsMode(argc > 2 ? std::max(1, std::atoi(argv[2])) : 200);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

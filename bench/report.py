@@ -116,6 +116,13 @@ for e in execs:
     row(f"6 ExecNTP(st), server {server}", ratio, f"failures {e['failures']}",
         f"{e['exec_ms']} ms / bare exchange {bare.get('bare_ms', '?')} ms")
 
+for line in read("settings.txt").splitlines():
+    if line.startswith("settings "):
+        st = dict(kv.split("=", 1) for kv in line.split()[1:])
+        row(f"8 settings write, Qt {st['qt']} / bare QSettings write",
+            f"{float(st['driver_ms']) / float(st['bare_ms']):.2f}x", f"median of {st['rounds']}",
+            f"{st['driver_ms']} ms / {st['bare_ms']} ms")
+
 fp = fields(read("footprint.txt"), "footprint")
 host_size = os.path.getsize(os.path.join(out, "driver-host.so"))
 armel_size = os.path.getsize(os.path.join(out, "driver-armel.so")) if armel else 0

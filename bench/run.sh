@@ -4,6 +4,8 @@
 # with instruction counts (callgrind) as the stable companion and times for context.
 #
 #   bench/run.sh [BUILD_DIR]     (default: build-bench next to this directory)
+# The settings write is measured against the panel's Qt 4 as well when a QtCore 4.8 prefix is at
+# $KRV_QT4_HOST (default /opt/qt4-host), in BUILD_DIR-qt4.
 set -eu
 
 SRC=$(realpath "$(dirname "$0")/..")
@@ -40,6 +42,17 @@ box "$BIN" ntp 10 >"$OUT/ntp.txt" 2>"$OUT/ntp.err"
 # Where an ExecNTP goes: system calls with time stamps, one run per server form.
 box strace -f -ttt -o "$OUT/ntp.strace" -e trace=execve,sendto,recvfrom,exit_group,openat \
     "$BIN" ntp 1 >/dev/null 2>&1 || true
+
+echo "settings writes..." >&2
+box "$BIN" settings 200 >"$OUT/settings.txt" 2>"$OUT/settings.err"
+QT4=${KRV_QT4_HOST:-/opt/qt4-host}
+if [ -f "$QT4/lib/libQtCore.so.4" ]; then
+    cmake -S "$SRC" -B "$BUILD-qt4" -DCMAKE_BUILD_TYPE=Release -DKRV_BUILD_TESTS=ON \
+        -DKRV_BUILD_BENCH=ON -DKRV_QT4_DIR="$QT4" >/dev/null
+    cmake --build "$BUILD-qt4" -j"$JOBS" --target krv_bench krvcontrol_armv5 >/dev/null
+    "$SANDBOX" --bind "$SRC" --bind "$BUILD-qt4" -- "$BUILD-qt4/bin/krv_bench" settings 200 \
+        >>"$OUT/settings.txt" 2>"$OUT/settings-qt4.err"
+fi
 
 echo "footprint..." >&2
 box "$BIN" footprint 10 >"$OUT/footprint.txt" 2>"$OUT/footprint.err"

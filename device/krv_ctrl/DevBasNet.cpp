@@ -11,6 +11,7 @@
 #include "AppCfgStore.h"
 #include "DevBas.h"
 #include "IniOperator.h"
+#include "SettingsFile.h"
 #include "wexa_hal.h"
 
 QString vncCfgPath = "/etc/iot_cfg/vncConfig.ini";
@@ -136,8 +137,11 @@ int CDevBas::writeVncPwd(const CString& password) {
     if (!exists)
         return 0;
 
-    QSettings settings(path, QSettings::IniFormat);
-    const QString current = settings.value(kVncPwdKey).toString();
+    QString current;
+    {
+        KRVCTRL::SettingsFile guard(path, KRVCTRL::SettingsFile::Read);
+        current = QSettings(path, QSettings::IniFormat).value(kVncPwdKey).toString();
+    }
     const QString wanted = QString::fromLatin1(password.GetString(), length);
     if (wanted != current) {
         // The remote-view server reads it with the default codec.

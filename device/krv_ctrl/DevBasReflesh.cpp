@@ -10,6 +10,7 @@
 #include "devliunxsys.h"
 #include "ntpCfgParam.h"
 #include "NtpCtrl.h"
+#include "SettingsFile.h"
 #include "wexa_hal.h"
 
 namespace {
@@ -102,6 +103,7 @@ void refreshVncPassword(CStringArray& texts) {
     const QString path = vncCfgFilePath(exists);
     CString password;
     if (exists) {
+        KRVCTRL::SettingsFile guard(path, KRVCTRL::SettingsFile::Read);
         QSettings settings(path, QSettings::IniFormat);
         password = CDevBas::QS2CS(settings.value("/VNCCONFIG/passwd").toString());
     }

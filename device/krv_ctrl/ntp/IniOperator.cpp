@@ -1,5 +1,7 @@
 #include "IniOperator.h"
 
+#include "SettingsFile.h"
+
 #include <unistd.h>
 
 #include <QSettings>
@@ -37,6 +39,7 @@ bool IniOperator::FileIniWriteValues(const QString& file,
                                      const std::vector<std::pair<QString, QString>>& values,
                                      bool utf8) {
     bool written;
+    KRVCTRL::SettingsFile guard(file, KRVCTRL::SettingsFile::Write);
     {
         std::unique_ptr<QSettings> settings = openIni(file, utf8);
         for (const auto& value : values)
@@ -44,6 +47,7 @@ bool IniOperator::FileIniWriteValues(const QString& file,
         settings->sync();
         written = settings->status() == QSettings::NoError;
     }
+    guard.written();
     // The panel may lose power at any moment.
     ::sync();
     return written;
@@ -53,6 +57,7 @@ int IniOperator::FileIniReadValue(QString file, QString group, QString key, QStr
                                   QString defaultValue) {
     if (file.isEmpty() || group.isEmpty() || key.isEmpty())
         return 0;
+    KRVCTRL::SettingsFile guard(file, KRVCTRL::SettingsFile::Read);
     std::unique_ptr<QSettings> settings = openIni(file);
     value = settings->value(keyPath(group, key), defaultValue).toString();
     return 1;
