@@ -190,3 +190,13 @@ cpu-steal-added @@ devliunxsys_cpumem.cpp @@ cpu.m_irq + cpu.m_softirq; @@ cpu.m
 cpu-sum-not-wrapped @@ devliunxsys_cpumem.cpp @@ std::uint32_t sum = cpu.m_user + @@ long long sum = static_cast<long long>(cpu.m_user) +
 cpu-range-signed @@ devliunxsys_cpumem.cpp @@ static_cast<unsigned int>(p) > 100u @@ p > 100
 mem-mib-rounded @@ devliunxsys_cpumem.cpp @@ static_cast<double>(kib / 1024) @@ static_cast<double>((kib + 512) / 1024)
+# Settings files shared with other processes, and killed writes
+settings-change-unrevealed @@ util/SettingsFile.cpp @@             setStep(path, before.step + 1);¶            before.step += 1; @@             before.step += 1;
+settings-write-step-kept @@ util/SettingsFile.cpp @@         setStep(m_state->path, m_state->before.step + 1); @@         m_state->writtenStep = after.step;
+settings-only-empty-restored @@ util/SettingsFile.cpp @@ if (now.exists && damaged(now.bytes, left.bytes)) { @@ if (now.exists && now.bytes.empty() && damaged(now.bytes, left.bytes)) {
+settings-keys-unchecked @@ util/SettingsFile.cpp @@     const std::string wanted = keysOf(copy); @@     const std::string wanted;
+settings-copy-link-followed @@ util/SettingsFile.cpp @@ snapshot(copy, O_NOFOLLOW) @@ snapshot(copy)
+settings-copy-kept @@ util/SettingsFile.cpp @@         if (after.exists && !cutShort(after.bytes))¶            ::unlink(s.copy.c_str());¶        else¶            s.takeOverCopy(); @@         if (!after.exists || cutShort(after.bytes))¶            s.takeOverCopy();
+settings-no-copy @@ util/SettingsFile.cpp @@     if (m_state->writing)¶        m_state->copyBeforeWrite(); @@     (void)0;
+settings-temporaries-despite-lock @@ util/SettingsFile.cpp @@         ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0) @@         false)
+settings-temporaries-kept @@ util/SettingsFile.cpp @@         dropKilledTemporaries(m_state->path); @@         (void)0;

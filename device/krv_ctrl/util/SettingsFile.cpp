@@ -2,11 +2,14 @@
 
 #include "File.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <map>
 #include <mutex>
 #include <string>
@@ -134,6 +137,40 @@ void syncDirectoryOf(const std::string& path) {
         (void)::fsync(dir.descriptor());
 }
 
+bool isTemporaryName(const std::string& name, const std::string& base) {
+    if (name.size() != base.size() + 7 || name.compare(0, base.size() + 1, base + ".") != 0)
+        return false;
+    for (size_t i = base.size() + 1; i < name.size(); ++i)
+        if (!isalnum(static_cast<unsigned char>(name[i])))
+            return false;
+    return true;
+}
+
+// Qt 5 writes "<file>.XXXXXX" and renames it over the file while it holds a flock on
+// "<file>.lock"; a writer killed in between leaves its file behind for good. With the lock free
+// no writer is at work, so the leftovers go. (A writer that takes the lock over between the test
+// and the removal could lose its file: the window is a directory scan long.)
+void dropKilledTemporaries(const std::string& path) {
+    File lock;
+    if (lock.open(path + ".lock", O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) &&
+        ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0)
+        return;
+    const size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string base = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    DIR* listing = ::opendir(dir.c_str());
+    if (listing == nullptr)
+        return;
+    struct stat st;
+    while (const struct dirent* entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (isTemporaryName(name, base) && ::lstat((dir + name).c_str(), &st) == 0 &&
+            S_ISREG(st.st_mode))
+            ::unlink((dir + name).c_str());
+    }
+    ::closedir(listing);
+}
+
 // What this process last saw of each file through QSettings.
 std::mutex& accessMutex() {
     static std::mutex mutex;
@@ -204,6 +241,8 @@ struct SettingsFile::State {
 };
 
 SettingsFile::SettingsFile(const QString& path, Access access) : m_state(new State(path)) {
+    if (access == Write || seen().find(m_state->path) == seen().end())
+        dropKilledTemporaries(m_state->path);
     m_state->takeOverCopy();
     m_state->revealChanges();
     m_state->writing = access == Write;
