@@ -199,4 +199,4 @@ settings-copy-link-followed @@ util/SettingsFile.cpp @@ snapshot(copy, O_NOFOLLO
 settings-copy-kept @@ util/SettingsFile.cpp @@         if (after.exists && !cutShort(after.bytes))¶            ::unlink(s.copy.c_str());¶        else¶            s.takeOverCopy(); @@         if (!after.exists || cutShort(after.bytes))¶            s.takeOverCopy();
 settings-no-copy @@ util/SettingsFile.cpp @@     if (m_state->writing)¶        m_state->copyBeforeWrite(); @@     (void)0;
 settings-temporaries-despite-lock @@ util/SettingsFile.cpp @@         ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0) @@         false)
-settings-temporaries-kept @@ util/SettingsFile.cpp @@         dropKilledTemporaries(m_state->path); @@         (void)0;
+settings-temporaries-kept @@ util/SettingsFile.cpp @@     if (access == Write || seen().find(m_state->path) == seen().end()) @@     if (access == Read && seen().find(m_state->path) == seen().end())

@@ -112,14 +112,14 @@ TEST(PowerLoss, EveryFileHoldsOldOrNewValuesAfterEachKill) {
         usleep(delayUs(random));
         kill(writer, SIGKILL);
         ASSERT_TRUE(waitpid(writer, &status, 0) == writer && WIFSIGNALED(status));
-        const int copies = filesBeside("-name '*.krvbak'");
+        const int copies = filesBeside("-name '*.krvcopy'");
         emptied += filesBeside("-name '*.ini' -empty") > 0;
         ASSERT_TRUE(runDriver(0, 0, ready));
         EXPECT_EQ(corruptKeys(), std::vector<std::string>())
             << "round " << round << ", seed " << seed;
         copiesLeft += copies;
         // The next access takes every copy over.
-        EXPECT_EQ(filesBeside("-name '*.krvbak'"), 0);
+        EXPECT_EQ(filesBeside("-name '*.krvcopy'"), 0);
     }
     // Most kills land in a write, whose copy the next driver took over.
     EXPECT_GT(copiesLeft, 0);

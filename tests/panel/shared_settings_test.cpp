@@ -147,7 +147,7 @@ TEST_F(SharedSettings, ChangesOfEitherSideAreSeenByTheOtherWithinOneSecond) {
     const long ahead = static_cast<long>(time(nullptr)) + 1000;
     ASSERT_EQ(run("touch -d @" + std::to_string(ahead) + app).status, 0);
     EXPECT_EQ(rt_->device().writeText(5, "99"), 0);
-    EXPECT_FALSE(fileExists(std::string(kAppCfg) + ".krvbak"));  // a complete write drops its copy
+    EXPECT_FALSE(fileExists(std::string(kAppCfg) + ".krvcopy"));  // a complete write drops its copy
     EXPECT_EQ(run("find" + app + " -newermt @" + std::to_string(ahead)).out, app.substr(1) + "\n");
 }
 
@@ -155,7 +155,7 @@ TEST_F(SharedSettings, ChangesOfEitherSideAreSeenByTheOtherWithinOneSecond) {
 // the copy back (same inode and mode), a complete one is kept; the copy goes either way. Anything
 // but a regular file at the copy's name is left alone.
 TEST_F(SharedSettings, CopiesLeftByAKilledWriteAreTakenOverByTheNextAccess) {
-    const std::string copy = std::string(kAppCfg) + ".krvbak";
+    const std::string copy = std::string(kAppCfg) + ".krvcopy";
     const std::string old =
         "[DEVICE]\nbuzz_duration=250\nbacklight_status=1\n"
         "backlight_duration=60000\n";

@@ -20,7 +20,8 @@ namespace {
 
 // Settings files hold a few hundred bytes; a larger file is left to Qt alone.
 const off_t kMaxBytes = 1 << 20;
-const char kCopySuffix[] = ".krvbak";
+// Longer than Qt 5's temporary names ("<file>.XXXXXX"), which are removed as leftovers.
+const char kCopySuffix[] = ".krvcopy";
 
 // The resolution at which QSettings compares modification times.
 #if QT_VERSION < 0x050000
@@ -230,9 +231,10 @@ struct SettingsFile::State {
         if (!before.exists)
             return;  // Qt writes a new file whole: nothing to protect
         File file;
-        copied = file.open(copy, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC) &&
-                 ::fchmod(file.descriptor(), 0600) == 0 &&
-                 writeAll(file.descriptor(), before.bytes);
+        if (!file.open(copy, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC))
+            return;  // no room, or something planted at the name
+        copied =
+            ::fchmod(file.descriptor(), 0600) == 0 && writeAll(file.descriptor(), before.bytes);
         if (copied)
             syncDirectoryOf(copy);
         else

@@ -4,7 +4,7 @@
 // middle leaves it empty or cut short; and both Qt versions keep a parsed copy per process that
 // they reread only when the file's size or modification time changes (Qt 4: whole seconds,
 // Qt 5: milliseconds). Around each access this class
-// - keeps a synced copy of the file beside it ("<file>.krvbak", mode 0600) for the length of a
+// - keeps a synced copy of the file beside it ("<file>.krvcopy", mode 0600) for the length of a
 //   write, and on any access puts it back in place when it finds the file damaged (empty, not
 //   ending in a line break, holding a zero byte, or missing a key the copy has), then removes it;
 // - moves the modification time one step on when the file changed behind Qt's back without a
