@@ -196,7 +196,7 @@ settings-write-step-kept @@ util/SettingsFile.cpp @@         setStep(m_state->pa
 settings-only-empty-restored @@ util/SettingsFile.cpp @@ if (now.exists && damaged(now.bytes, left.bytes)) { @@ if (now.exists && now.bytes.empty() && damaged(now.bytes, left.bytes)) {
 settings-keys-unchecked @@ util/SettingsFile.cpp @@     const std::string wanted = keysOf(copy); @@     const std::string wanted;
 settings-copy-link-followed @@ util/SettingsFile.cpp @@ snapshot(copy, O_NOFOLLOW) @@ snapshot(copy)
-settings-copy-kept @@ util/SettingsFile.cpp @@         if (after.exists && !cutShort(after.bytes))¶            ::unlink(s.copy.c_str());¶        else¶            s.takeOverCopy(); @@         if (!after.exists || cutShort(after.bytes))¶            s.takeOverCopy();
+settings-copy-kept @@ util/SettingsFile.cpp @@     if (s.copied && s.after.exists && !cutShort(s.after.bytes)) {¶        s.emptyCopy();¶    } else if (s.copied) { @@     if (s.copied && (!s.after.exists || cutShort(s.after.bytes))) {
 settings-no-copy @@ util/SettingsFile.cpp @@     if (m_state->writing)¶        m_state->copyBeforeWrite(); @@     (void)0;
 settings-temporaries-despite-lock @@ util/SettingsFile.cpp @@         ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0) @@         false)
 settings-temporaries-kept @@ util/SettingsFile.cpp @@     if (access == Write || seen().find(m_state->path) == seen().end()) @@     if (access == Read && seen().find(m_state->path) == seen().end())

@@ -187,19 +187,27 @@ std::map<std::string, Snapshot>& seen() {
 struct SettingsFile::State {
     std::string path, copy;
     std::unique_lock<std::mutex> hold;
-    Snapshot before;
-    bool copied = false, writing = false;
+    Snapshot before, after;
+    bool copyExists = false, copied = false, writing = false;
     // The time step QSettings saw right after its write, before it was moved on.
     long long writtenStep = 0;
 
     explicit State(const QString& file)
         : path(file.toLocal8Bit().constData()), copy(path + kCopySuffix), hold(accessMutex()) {}
 
-    // A copy beside the file means a write of this or another driver process did not finish.
-    // Anything but a regular file at its name is not ours: it is neither read nor removed.
+    // The copy stays in place, emptied, once the write is on the medium: the next write then
+    // needs no flush of the directory.
+    void emptyCopy() {
+        File file;
+        (void)file.open(copy, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    }
+
+    // A copy with contents means a write of this or another driver process did not finish.
+    // Anything but a regular file at its name is not ours: it is neither read nor changed.
     void takeOverCopy() {
         const Snapshot left = snapshot(copy, O_NOFOLLOW);
-        if (!left.exists)
+        copyExists = left.exists;
+        if (left.bytes.empty())
             return;
         const Snapshot now = snapshot(path);
         if (now.exists && damaged(now.bytes, left.bytes)) {
@@ -209,7 +217,7 @@ struct SettingsFile::State {
                 return;  // kept for the next access
         }
         // A file removed since belongs to whoever removed it.
-        ::unlink(copy.c_str());
+        emptyCopy();
     }
 
     // Another process may have changed the file without changing its size or its time step;
@@ -228,17 +236,17 @@ struct SettingsFile::State {
 
     // Without room for the copy (read-only or full directory) the write goes on unprotected.
     void copyBeforeWrite() {
-        if (!before.exists)
+        if (!before.exists || before.bytes.empty())
             return;  // Qt writes a new file whole: nothing to protect
         File file;
         if (!file.open(copy, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC))
             return;  // no room, or something planted at the name
         copied =
             ::fchmod(file.descriptor(), 0600) == 0 && writeAll(file.descriptor(), before.bytes);
-        if (copied)
+        if (!copied)
+            (void)::ftruncate(file.descriptor(), 0);
+        else if (!copyExists)
             syncDirectoryOf(copy);
-        else
-            ::unlink(copy.c_str());
     }
 };
 
@@ -256,10 +264,13 @@ void SettingsFile::written() {
     // A reader compares size and time step only, and may hold any earlier contents of the same
     // size: every write gets a later step than the one before it. A burst of writes within one
     // step moves the time ahead of the clock by up to one step each.
-    const Snapshot after = snapshot(m_state->path);
-    m_state->writtenStep = after.step;
-    if (after.exists && m_state->before.exists && after.step <= m_state->before.step)
-        setStep(m_state->path, m_state->before.step + 1);
+    State& s = *m_state;
+    s.after = snapshot(s.path);
+    s.writtenStep = s.after.step;
+    if (s.after.exists && s.before.exists && s.after.step <= s.before.step) {
+        setStep(s.path, s.before.step + 1);
+        s.after.step = s.before.step + 1;
+    }
 }
 
 SettingsFile::~SettingsFile() {
@@ -271,17 +282,16 @@ SettingsFile::~SettingsFile() {
     }
     // After the system-wide sync(): a complete file is on the medium and the copy can go. Keys
     // are not compared here: QSettings may have rewritten a hand-made file's key lines.
-    if (s.copied) {
-        const Snapshot after = snapshot(s.path);
-        if (after.exists && !cutShort(after.bytes))
-            ::unlink(s.copy.c_str());
-        else
-            s.takeOverCopy();
+    if (s.copied && s.after.exists && !cutShort(s.after.bytes)) {
+        s.emptyCopy();
+    } else if (s.copied) {
+        s.takeOverCopy();
+        s.after = snapshot(s.path);
     }
     // QSettings keeps the time step it saw after writing: a later change that brings the file
     // back to that step and size must still be noticed.
     Snapshot& last = seen()[s.path];
-    last = snapshot(s.path);
+    last = s.after;
     last.step = s.writtenStep;
 }
 

@@ -4,9 +4,10 @@
 // middle leaves it empty or cut short; and both Qt versions keep a parsed copy per process that
 // they reread only when the file's size or modification time changes (Qt 4: whole seconds,
 // Qt 5: milliseconds). Around each access this class
-// - keeps a synced copy of the file beside it ("<file>.krvcopy", mode 0600) for the length of a
+// - fills a synced copy of the file beside it ("<file>.krvcopy", mode 0600) for the length of a
 //   write, and on any access puts it back in place when it finds the file damaged (empty, not
-//   ending in a line break, holding a zero byte, or missing a key the copy has), then removes it;
+//   ending in a line break, holding a zero byte, or missing a key the copy has), then empties
+//   it (an empty copy stays in place);
 // - moves the modification time one step on when the file changed behind Qt's back without a
 //   visible change, and after a write when the write left size and time step as they were, so
 //   the parsed copies of this and every other process are reread.
