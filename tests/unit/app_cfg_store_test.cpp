@@ -101,7 +101,7 @@ TEST_F(Store, LockSerialisesWritersAcrossProcesses) {
 }
 
 // Settings are written through QSettings on the file itself: a linked file stays linked and
-// keeps its mode, and nothing is left beside it.
+// keeps its mode, and only the emptied copy of the write is left beside it.
 TEST_F(Store, SettingsWriteKeepsLinkAndModeAndLeavesNothingBeside) {
     ASSERT_TRUE(krv_test::writeFile("/tmp/cfg/real.ini", "[A]\nkept=1\n"));
     ASSERT_EQ(chmod("/tmp/cfg/real.ini", 0640), 0);
@@ -111,5 +111,6 @@ TEST_F(Store, SettingsWriteKeepsLinkAndModeAndLeavesNothingBeside) {
     EXPECT_TRUE(lstat("/tmp/cfg/link.ini", &st) == 0 && S_ISLNK(st.st_mode));
     EXPECT_TRUE(stat("/tmp/cfg/real.ini", &st) == 0 && (st.st_mode & 0777) == 0640);
     EXPECT_EQ(krv_test::readFile("/tmp/cfg/real.ini"), "[A]\nkept=1\nnew=2\n");
-    EXPECT_EQ(krv_test::run("ls /tmp/cfg").out, "link.ini\nreal.ini\n");
+    EXPECT_EQ(krv_test::run("ls /tmp/cfg").out, "link.ini\nlink.ini.krvcopy\nreal.ini\n");
+    EXPECT_EQ(krv_test::readFile("/tmp/cfg/link.ini.krvcopy"), "");
 }
