@@ -192,7 +192,7 @@ cpu-range-signed @@ devliunxsys_cpumem.cpp @@ static_cast<unsigned int>(p) > 100
 mem-mib-rounded @@ devliunxsys_cpumem.cpp @@ static_cast<double>(kib / 1024) @@ static_cast<double>((kib + 512) / 1024)
 # Settings files shared with other processes, and killed writes
 settings-change-unrevealed @@ util/SettingsFile.cpp @@             setStep(path, before.step + 1);¶            before.step += 1; @@             before.step += 1;
-settings-write-step-kept @@ util/SettingsFile.cpp @@         setStep(m_state->path, m_state->before.step + 1); @@         m_state->writtenStep = after.step;
+settings-write-step-kept @@ util/SettingsFile.cpp @@         setStep(s.path, s.before.step + 1); @@         s.writtenStep = s.after.step;
 settings-only-empty-restored @@ util/SettingsFile.cpp @@ if (now.exists && damaged(now.bytes, left.bytes)) { @@ if (now.exists && now.bytes.empty() && damaged(now.bytes, left.bytes)) {
 settings-keys-unchecked @@ util/SettingsFile.cpp @@     const std::string wanted = keysOf(copy); @@     const std::string wanted;
 settings-copy-link-followed @@ util/SettingsFile.cpp @@ snapshot(copy, O_NOFOLLOW) @@ snapshot(copy)
