@@ -110,6 +110,7 @@ exit
 # - the period comparison "now - start >= period" as ">": one millisecond apart on a tick count.
 __MUTANTS__
 # Driver entry and device object
+unsized-arrays-skipped @@ DevCtrl.cpp @@ if (m_nMaxChannel > 0 && m_nMaxChannel == count) @@ if (m_nMaxChannel != 0 && m_nMaxChannel == count)
 collect-result-zero @@ DevCtrl.cpp @@     pushChannels();¶    return resultValue(); @@     pushChannels();¶    return 0;
 int-push-rounds @@ DevCtrl.cpp @@ SetChannelInt(channel, truncateToInt(m_valueArray[i])) @@ SetChannelInt(channel, truncateToInt(m_valueArray[i] + 0.5))
 comm-state-not-inverted @@ DevCtrl.cpp @@ m_data.nCommState = 2; @@ m_data.nCommState = 1;

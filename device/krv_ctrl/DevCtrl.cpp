@@ -192,7 +192,8 @@ int CDevCtrl::CleanupDevice() {
 void CDevCtrl::_InitValueArray(int count) {
     // Compared with the count itself, not count + 1: a request for 9 channels
     // leaves a ten-entry array alone, one for 1..8 resizes it to ten each time.
-    if (m_nMaxChannel != 0 && m_nMaxChannel == count)
+    // Unsized arrays (-1) are sized whatever the count, -1 included.
+    if (m_nMaxChannel > 0 && m_nMaxChannel == count)
         return;
     if (count <= 0 && m_nMaxChannel > 0)
         return;

@@ -3,6 +3,7 @@
 // object directly, a device without a database by krv-abi-check.)
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -105,4 +106,26 @@ TEST_F(DeviceEntry, WriteWithoutValueTypeIsNoWrite) {
     EXPECT_EQ(dev.write(4, static_cast<DATATYPE>(7), &one), 0);
     EXPECT_EQ(dev.collect(idle), 0);
     EXPECT_EQ(rt.database().totalPushes(), 0);
+}
+
+// Counts a runtime should never pass, before and after sizing, in any order: no slot fails, and
+// the next poll with the real count refreshes and pushes every channel.
+TEST_F(DeviceEntry, OddCountsLeaveTheArraysUsable) {
+    const int flags[3] = {3, 3, 3};
+    for (const bool started : {false, true}) {
+        if (started) {
+            ASSERT_EQ(rt.start(), 0);
+        }
+        for (const int count : {-1, -5, INT_MIN, 0}) {
+            SCOPED_TRACE(count);
+            EXPECT_EQ(dev.collect(flags, count), 0);
+            EXPECT_EQ(dev.channelRefChange(flags, count), count == 0 ? DEVCTRL_BAD_ARGUMENT : 0);
+            EXPECT_EQ(dev.collect(flags, count), 0);
+            EXPECT_EQ(dev.writeInt(3, 1), 0);
+        }
+    }
+    ASSERT_EQ(dev.command("REFLESH()"), 0);
+    rt.database().resetPushes();
+    EXPECT_EQ(dev.collect(std::vector<int>(19, 0)), 0);
+    EXPECT_EQ(pushedChannels(rt.database()).size(), 19u);
 }
