@@ -15,6 +15,7 @@
 //   8 WriteChannel: channel int32, type byte (0..5), then the value of the type it claims
 //     (int32, double, or a length byte and a text)
 //   9 CleanupDevice                   10 CollectDevData with null flags
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstdio>
@@ -188,9 +189,9 @@ void healthCheck(host::Runtime& rt) {
     const std::string buzz = krv_test::iniValue(krv_test::kAppCfg, "buzz_duration");
     std::string password = krv_test::iniValue(krv_test::kVncCfg, "passwd");
     // QSettings quotes and escapes other characters in the file: only plain ones compare.
-    for (char c : password)
-        if (!std::isalnum(static_cast<unsigned char>(c)))
-            password = shown(19);
+    if (!std::all_of(password.begin(), password.end(),
+                     [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; }))
+        password = shown(19);
     if (rt.database().totalPushes() != 19 || shown(4) != (buzz.empty() ? std::string("0") : buzz) ||
         shown(19) != password) {
         std::fprintf(stderr,
