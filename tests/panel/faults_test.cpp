@@ -64,7 +64,8 @@ protected:
 
 // /tmp full or read-only, or a FIFO (whose open used to wait for a writer), a directory or a
 // link planted at a lock name: nothing blocks, and a lock file that cannot be had drops channel
-// writes with 0, keeps the settings the refresh showed, and fails the name-server probe.
+// writes with 0, keeps the settings the refresh showed, fails the name-server probe, and leaves
+// no descriptor open.
 TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
     NtpServer chrony;
     ASSERT_TRUE(chrony.ok());
@@ -95,6 +96,7 @@ TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
         {plant("mkdir", dns), "4321", 77, "0/10", "0/0"},
         {plant("ln -s /tmp/elsewhere", dns), "4321", 77, "0/10", "0/0"},
     };
+    int descriptors = -1;  // once the first case has opened what is opened once
     for (const auto& c : cases) {
         SCOPED_TRACE(c.make);
         resetFiles();
@@ -110,7 +112,9 @@ TEST_F(Faults, TmpFullReadOnlyOrLockNamesTaken) {
         EXPECT_EQ(rt.database().channel(3)->doubleValue, c.shown);
         EXPECT_EQ(outcome("ExecNTP(St)"), c.execNtp);
         EXPECT_EQ(outcome("ReadSysLog(0,4,Txt,St)"), c.sysLog);
+        descriptors = descriptors < 0 ? openDescriptors() : descriptors;
     }
+    EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_FALSE(fileExists("/tmp/elsewhere"));  // a planted link made nothing
 }
 

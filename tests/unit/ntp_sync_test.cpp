@@ -205,6 +205,7 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
         EXPECT_EQ(c.set, lastSet());
     }
     std::string out = testing::internal::GetCapturedStdout();
+    const int descriptors = krv_test::openDescriptors();  // kept by every failure below
     EXPECT_NE(std::string::npos, out.find("[sendPacket:531]发送请求数据包到服务器...\n\n"));
     EXPECT_EQ(std::string("\x1B\0\4\xFA\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0') +
                   "\x01\xB1\x62\x80\x7F\xFF\xFF\xFA",
@@ -233,6 +234,7 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
     out = testing::internal::GetCapturedStdout();
     EXPECT_NE(std::string::npos, out.find("date is : 2037-1-1 28:30:0\n"));
     EXPECT_NE(std::string::npos, out.find("[execNtp:490]等待服务器响应超时，终止 !\n\n"));
+    EXPECT_EQ(descriptors, krv_test::openDescriptors());
 }
 
 // Which probes run and which list is resolved when the servers are addresses, names or both and
