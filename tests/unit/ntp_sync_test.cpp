@@ -164,10 +164,14 @@ TEST(NtpProbe, ResolverFileRules) {
             waits += w.text == "usleep(100000)" ? "." : w.text;
         EXPECT_EQ(std::string(c.pauses, '.'), waits) << c.text;
     }
-    // A rewrite cut short before its rename is completed by the reader.
+    // A rewrite cut short before its rename is completed by the reader, and made durable.
     unlink("/etc/resolv.conf");
     writeFile("/etc/resolv.conf.tmp", "nameserver 10.0.0.1\n");
+    sim::watchFiles({"/etc/resolv.conf"});
+    sim::clearJournal();
     EXPECT_EQ(std::vector<std::string>{"10.0.0.1"}, NtpCtrl::readNameServers());
+    const std::vector<sim::JournalEntry> renamed = sim::journal();
+    EXPECT_TRUE(renamed.size() == 2 && renamed[0].kind == "file" && renamed[1].text == "sync()");
     EXPECT_EQ("nameserver 10.0.0.1\n", readFile("/etc/resolv.conf"));
     EXPECT_NE(0, access("/etc/resolv.conf.tmp", F_OK));
     EXPECT_TRUE(NtpCtrl::isIp("01.2.3.4"));
