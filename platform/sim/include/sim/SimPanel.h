@@ -33,9 +33,9 @@ bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs);
 
 // Before each entry is journaled, every file named here whose contents changed since the last
 // look (the last entry or clearJournal; being created or removed included) gets an entry of kind
-// "file" first. So a settings
-// write shows up in order among the calls around it: before the sync() that makes it durable,
-// before the GUI call that makes the GUI reread it. An empty list watches nothing.
+// "file" first. So a settings write shows up in order among the calls around it: before the
+// sync() that makes it durable, before the GUI call that makes the GUI reread it. An empty list
+// watches nothing.
 void watchFiles(const std::vector<std::string>& paths);
 
 // One logger_printf call with its arguments as given; the message is already formatted.
