@@ -201,3 +201,28 @@ settings-copy-kept @@ util/SettingsFile.cpp @@     if (s.copied && s.after.exist
 settings-no-copy @@ util/SettingsFile.cpp @@     if (m_state->writing)¶        m_state->copyBeforeWrite(); @@     (void)0;
 settings-temporaries-despite-lock @@ util/SettingsFile.cpp @@         ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0) @@         false)
 settings-temporaries-kept @@ util/SettingsFile.cpp @@     if (access == Write || seen().find(m_state->path) == seen().end()) @@     if (access == Read && seen().find(m_state->path) == seen().end())
+# What the driver costs and leaves behind: descriptors, the NTP worker's rhythm
+lock-refused-fd-leaked @@ util/File.cpp @@ !S_ISREG(st.st_mode))) {¶        ::close(m_fd);¶ @@ !S_ISREG(st.st_mode))) {¶
+lock-file-never-closed @@ util/File.cpp @@ FileLock::~FileLock() {¶    delete m_file;¶} @@ FileLock::~FileLock() {¶}
+sntp-timeout-socket-leaked @@ ntp/NtpExec.cpp @@ "execNtp", 490);¶        close(sock); @@ "execNtp", 490);
+fault-retry-never-cleared @@ ntp/NtpCtrl.cpp @@     retry = false;¶    pause(); @@     pause();
+fault-logged-every-pass @@ ntp/NtpCtrl.cpp @@     if (!reported)¶        logger_printf( @@     logger_printf(
+fault-no-wait @@ ntp/NtpCtrl.cpp @@ i < retrySleeps && m_running; @@ i < 0 && m_running;
+pause-spins @@ ntp/NtpCtrl.cpp @@ [this] { return !m_running; } @@ [this] { return m_running != 0; }
+retries-without-pause @@ ntp/NtpCtrl.cpp @@ retrySleeps = 5; @@ retrySleeps = 0;
+# Durability and order of effects
+settings-not-synced @@ ntp/IniOperator.cpp @@     // The panel may lose power at any moment.¶    ::sync(); @@     // The panel may lose power at any moment.
+resolver-rename-not-synced @@ ntp/NtpNet.cpp @@ dnsFilePath);¶        ::sync(); @@ dnsFilePath);
+resolver-synced-before-rename @@ ntp/NtpNet.cpp @@         ::rename(KRVCTRL::dnsFilePathTmp, KRVCTRL::dnsFilePath);¶        ::sync(); @@         ::sync();¶        ::rename(KRVCTRL::dnsFilePathTmp, KRVCTRL::dnsFilePath);
+gui-told-before-write @@ AppCfgStore.cpp @@     const int result = write(setting.key, setting.text);¶    // The GUI rereads the file, so it is told only once the lock is free again.¶    setting.notify(); @@     setting.notify();¶    const int result = write(setting.key, setting.text);
+# Modes of created files and text encodings
+lock-files-owner-only @@ util/File.cpp @@ kCreateMode = 0777; @@ kCreateMode = 0600;
+kernel-capture-readable @@ devliunxsys_log.cpp @@ O_NOFOLLOW | O_CLOEXEC, 0600); @@ O_NOFOLLOW | O_CLOEXEC, 0644);
+vnc-password-from-utf8 @@ DevBasNet.cpp @@ QString::fromLatin1(password.GetString(), length) @@ QString::fromUtf8(password.GetString(), length)
+vnc-file-utf8-codec @@ DevBasNet.cpp @@ {{kVncPwdKey, wanted}}, false) @@ {{kVncPwdKey, wanted}}, true)
+ntp-server-channel-from-utf8 @@ DevBasWrite.cpp @@ QString::fromLatin1(valueText.GetString())); @@ QString::fromUtf8(valueText.GetString()));
+# The less common channels and codes
+ip2-checked-as-mask @@ DevBasNet.cpp @@ {DEV_CHL_IP2, CDevBas::IsAvailableIPAddr, 1, 0}, @@ {DEV_CHL_IP2, CDevBas::IsAvailableMaskAddr, 1, 0},
+backlight-switch-unchecked @@ AppCfgStore.cpp @@         case DEV_CHL_BACKLIGHT_SWITCH:¶            if (!inRange(value, 0, 1))¶                return false;¶ @@         case DEV_CHL_BACKLIGHT_SWITCH:¶
+ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4; @@ statusName, -result) ? 0 : 4;
+ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;

@@ -1,6 +1,6 @@
 // The built driver as the runtime sees it: exports, slot codes, array sizing as visible in channel
 // pushes, channel writes as commands. (Blob forms and the life cycle are checked on the device
-// object directly, a device without a database by krv-abi-check.)
+// object directly, communication states and a device without a database by krv-abi-check.)
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -62,12 +62,6 @@ TEST_F(DeviceEntry, ExportsAndArgumentCodes) {
     EXPECT_EQ(dev.init(host::defaultBlob().data(), 0), DEVCTRL_BAD_ARGUMENT);
     EXPECT_EQ(dev.collect(flags, 0), 0);
     EXPECT_EQ(rt.database().totalPushes(), 0);
-
-    for (const int state : {1, 2, 7}) {
-        host::Communication comm(state);
-        EXPECT_EQ(dev.updateCommunication(&comm), state == 7 ? DEVCTRL_BAD_ARGUMENT : 0);
-        EXPECT_EQ(comm.stateQueries(), 1);
-    }
 }
 
 TEST_F(DeviceEntry, ArraySizingSeenInPushes) {

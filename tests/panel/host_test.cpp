@@ -1,28 +1,9 @@
-// The runtime host's own rules: blob bytes, variable typing, channel push records.
+// The runtime host's own rules: variable typing, channel push records.
 #include <gtest/gtest.h>
 
 #include "host/Runtime.h"
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-TEST(ConfigBlob, BytesAreLittleEndianInBothForms) {
-    struct Case {
-        const char* what;
-        Bytes blob;
-        Bytes expected;
-    };
-    const Case cases[] = {
-        {"old form", host::oldFormBlob({5, 200}), {0x02, 0, 0, 0, 0x05, 0, 0, 0, 0xC8, 0, 0, 0}},
-        {"versioned", host::versionedBlob({7}), {0x20, 0x4E, 0x01, 0, 0, 0, 0x07, 0, 0, 0}},
-        {"store version", host::versionedBlob({}, 20001), {0x21, 0x4E, 0, 0, 0, 0}},
-        {"negative parameter", host::oldFormBlob({-2}), {0x01, 0, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF}},
-        {"default", host::defaultBlob(), host::oldFormBlob({0, 200})},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(c.blob, c.expected) << c.what;
-}
 
 // The runtime's database as the driver meets it: typed strictly, names unknown or empty refused.
 TEST(Database, VariablesAndChannelsAreStrictlyTyped) {

@@ -1,6 +1,7 @@
 #include "Sandbox.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -167,6 +168,16 @@ std::string iniValue(const std::string& path, const std::string& key) {
         return "";
     const size_t start = at + key.size() + 2;
     return text.substr(start, text.find('\n', start) - start);
+}
+
+int openDescriptors() {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/fd")) {
+        while (readdir(dir))
+            ++count;
+        closedir(dir);
+    }
+    return count;
 }
 
 CommandResult run(const std::string& command) {

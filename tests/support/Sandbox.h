@@ -37,6 +37,9 @@ std::string numberedLines(std::size_t bytes);
 // "" when the key is missing.
 std::string iniValue(const std::string& path, const std::string& key);
 
+// Descriptors this process holds open: a leak shows as a count that grows.
+int openDescriptors();
+
 // Shell commands (`sh -c`): exit status (-1 when killed or not started) and standard output.
 // Standard error goes to the test's output.
 struct CommandResult {

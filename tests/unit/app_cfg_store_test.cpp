@@ -11,6 +11,7 @@
 
 #include "AppCfgStore.h"
 #include "IniOperator.h"
+#include "NtpCtrl.h"
 #include "Sandbox.h"
 #include "sim/SimPanel.h"
 
@@ -57,6 +58,22 @@ TEST_F(Store, DirectoryIsAskedForOnEveryAccess) {
     QString value = "kept";
     EXPECT_EQ(IniOperator::FileIniReadValue("/tmp/wexa_app_conf.ini", "DEVICE", "", value, ""), 0);
     EXPECT_EQ(value, "kept");
+}
+
+// Lock files are made for every user, whatever the umask: other users' processes open them to
+// lock them.
+TEST_F(Store, LockFilesAreCreatedForEveryUser) {
+    const char* const locks[] = {"/tmp/wexa_app_conf.lck", "/tmp/dns_access_lock.lck"};
+    for (const char* lock : locks)
+        unlink(lock);
+    const mode_t umaskBefore = umask(0);
+    EXPECT_TRUE(AppCfgStore().isOpen());
+    NtpCtrl::readNameServers();
+    umask(umaskBefore);
+    for (const char* lock : locks) {
+        struct stat st;
+        EXPECT_TRUE(stat(lock, &st) == 0 && (st.st_mode & 07777) == 0777) << lock;
+    }
 }
 
 // Processes that each read-modify-write a counter under the lock lose no update, and

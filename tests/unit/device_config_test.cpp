@@ -10,12 +10,9 @@
 
 #include "DevBas.h"
 #include "DevCtrl.h"
-#include "NtpCtrl.h"
 #include "OwnerArchive.h"
-#include "Sandbox.h"
 #include "host/Communication.h"
 #include "host/Database.h"
-#include "sim/SimPanel.h"
 
 // Allocation failure on demand, for the driver's objects as for everything else in this
 // program: the next allocation of at least g_failSize bytes made by g_failThread throws, once.
@@ -135,31 +132,4 @@ TEST(DeviceConfig, FailedGrowthLeavesTheArraysConsistent) {
             std::vector<int>(4, n));
         EXPECT_EQ(dev.CollectDevData(flags.data(), 20000), 0);
     }
-}
-
-// An exception on the NTP worker (here an allocation failure in its synchronisation) is logged
-// once; the worker goes on, synchronises on its retry, and clean-up joins it.
-TEST(DeviceConfig, NtpWorkerOutlivesAnException) {
-    krv_test::NtpServer chrony;
-    ASSERT_TRUE(chrony.ok());
-    sim::reset();
-    sim::setDirectory(2, "/tmp/worker");
-    krv_test::writeFile("/tmp/worker/config/ntp_param_cfg.ini",
-                        "[NTP_PARAM]\nntp_switch=1\nntp_mode=0\nntp_freq=2\n"
-                        "ntp_server1=10.0.0.1\n");
-    CDevCtrl dev("dev", nullptr);
-    const unsigned char blob[] = {0, 0};
-    ASSERT_EQ(dev.InitDevice(blob, sizeof blob), 0);
-    NtpCtrl& ntp = *dev.GetRecord().pDevBas->m_pNtpCtrl;
-    g_failThread = ntp.m_thread;
-    g_failSize = 1;
-    ntp.setNtpMode(1);  // the worker synchronises at once
-    EXPECT_TRUE(sim::waitForJournal("rtc", 1, 20000));
-    EXPECT_EQ(g_failSize, 0u);
-    int errors = 0;
-    for (const sim::LogRecord& r : sim::logRecords())
-        errors += r.level == 1 && r.message.find("bad_alloc") != std::string::npos;
-    EXPECT_EQ(errors, 1);
-    EXPECT_EQ(dev.CleanupDevice(), 0);
-    sim::reset();
 }

@@ -1,5 +1,6 @@
 // Tails of the stored logs and of the captured kernel log, delivered into variables.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,11 +13,16 @@ namespace {
 // Plays another local user who wins the race for the capture's name: when set, a link to
 // /tmp/victim appears at "/tmp/dmesg.log" right after the driver removes that name.
 std::atomic<bool> plantAtCapture{false};
+// The mode of what stood at "/tmp/dmesg.log" when that name was last removed.
+std::atomic<unsigned> captureMode{0};
 
 }  // namespace
 
 // The driver's objects are linked into this program, so their unlink is this one.
 extern "C" int unlink(const char* path) noexcept {
+    struct stat st;
+    if (std::strcmp(path, "/tmp/dmesg.log") == 0 && lstat(path, &st) == 0)
+        captureMode = st.st_mode & 07777;
     const int result = unlinkat(AT_FDCWD, path, 0);
     if (std::strcmp(path, "/tmp/dmesg.log") == 0 && plantAtCapture.exchange(false))
         (void)symlink("/tmp/victim", path);
@@ -68,6 +74,7 @@ TEST_F(SysOpsTest, KernelLogCapture) {
     EXPECT_EQ(status(), 0);
     EXPECT_EQ(krv_test::readFile("/tmp/victim"), "keep");
     EXPECT_FALSE(krv_test::fileExists("/tmp/dmesg.log"));
+    EXPECT_EQ(captureMode, 0600u);  // the kernel's log is for the driver's user only
 
     EXPECT_EQ(mgr.DevOpear(data, "ReadSysLog(0,-1,txt,st)"), -4);
     EXPECT_EQ(status(), 4);

@@ -1,8 +1,10 @@
 // Reachability probes, the resolver file, the SNTP exchange against scripted responders (the
 // panel's wall clock stopped, so every instant is exact; the suites through the slots exchange
-// with a real NTP server), and the worker's triggers.
+// with a real NTP server), and the worker's triggers and rhythm.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +14,8 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
+#include <thread>
 
 #include <QStringList>
 
@@ -19,6 +23,36 @@
 #include "NtpCtrl.h"
 #include "Sandbox.h"
 #include "sim/SimPanel.h"
+
+namespace {
+
+// While NTP is on and automatic, the worker reads the panel's tick count once a pass. The reads
+// made on g_worker are kept; while g_throws is not 0 each of them throws, as a failing pass would
+// (g_throws > 0 counts down, < 0 throws for ever).
+pthread_t g_worker;
+std::atomic<bool> g_watching{false};
+std::atomic<int> g_throws{0};
+std::mutex g_readsMutex;
+std::vector<long long> g_reads;
+
+}  // namespace
+
+long long Wexa_GetTickCount() {
+    static const auto simulated =
+        reinterpret_cast<long long (*)()>(dlsym(RTLD_NEXT, "_Z17Wexa_GetTickCountv"));
+    const long long now = simulated();
+    if (g_watching && pthread_equal(pthread_self(), g_worker)) {
+        {
+            std::lock_guard<std::mutex> lock(g_readsMutex);
+            g_reads.push_back(now);
+        }
+        if (g_throws != 0) {
+            g_throws -= g_throws > 0 ? 1 : 0;
+            throw std::runtime_error("injected");
+        }
+    }
+    return now;
+}
 
 namespace {
 
@@ -130,10 +164,14 @@ TEST(NtpProbe, ResolverFileRules) {
             waits += w.text == "usleep(100000)" ? "." : w.text;
         EXPECT_EQ(std::string(c.pauses, '.'), waits) << c.text;
     }
-    // A rewrite cut short before its rename is completed by the reader.
+    // A rewrite cut short before its rename is completed by the reader, and made durable.
     unlink("/etc/resolv.conf");
     writeFile("/etc/resolv.conf.tmp", "nameserver 10.0.0.1\n");
+    sim::watchFiles({"/etc/resolv.conf"});
+    sim::clearJournal();
     EXPECT_EQ(std::vector<std::string>{"10.0.0.1"}, NtpCtrl::readNameServers());
+    const std::vector<sim::JournalEntry> renamed = sim::journal();
+    EXPECT_TRUE(renamed.size() == 2 && renamed[0].kind == "file" && renamed[1].text == "sync()");
     EXPECT_EQ("nameserver 10.0.0.1\n", readFile("/etc/resolv.conf"));
     EXPECT_NE(0, access("/etc/resolv.conf.tmp", F_OK));
     EXPECT_TRUE(NtpCtrl::isIp("01.2.3.4"));
@@ -205,6 +243,7 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
         EXPECT_EQ(c.set, lastSet());
     }
     std::string out = testing::internal::GetCapturedStdout();
+    const int descriptors = krv_test::openDescriptors();  // kept by every failure below
     EXPECT_NE(std::string::npos, out.find("[sendPacket:531]发送请求数据包到服务器...\n\n"));
     EXPECT_EQ(std::string("\x1B\0\4\xFA\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0') +
                   "\x01\xB1\x62\x80\x7F\xFF\xFF\xFA",
@@ -233,6 +272,7 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
     out = testing::internal::GetCapturedStdout();
     EXPECT_NE(std::string::npos, out.find("date is : 2037-1-1 28:30:0\n"));
     EXPECT_NE(std::string::npos, out.find("[execNtp:490]等待服务器响应超时，终止 !\n\n"));
+    EXPECT_EQ(descriptors, krv_test::openDescriptors());
 }
 
 // Which probes run and which list is resolved when the servers are addresses, names or both and
@@ -285,43 +325,110 @@ TEST(NtpExchange, ProbesAndResolvedListFollowTheKindsOfServers) {
     EXPECT_EQ("", pings());
 }
 
-TEST(NtpWorker, TriggersPeriodAndPromptStop) {
+// What the worker did over a stretch of its life: the shortest time between two passes,
+// synchronisations, log records, panel ticks gone by and its CPU time over them.
+struct Stretch {
+    long long minGap = 1 << 30, syncs = 0, logs = 0, ms = 0;
+    double cpu = 0;
+};
+
+// Watches the worker from now on until it has made `passes` passes and `ms` panel ticks went by.
+Stretch watch(NtpCtrl& ctrl, size_t passes, long long ms = 0) {
+    clockid_t clock;
+    EXPECT_EQ(0, pthread_getcpuclockid(ctrl.m_thread, &clock));
+    auto cpuMs = [clock] {
+        timespec t{};
+        clock_gettime(clock, &t);
+        return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
+    };
+    // The ticks span the counted entries and the CPU time measured, preempted as the test may be.
+    const long long start = Wexa_GetTickCount();
+    std::unique_lock<std::mutex> lock(g_readsMutex);
+    g_reads.clear();
+    sim::clearJournal();
+    const double cpu = cpuMs();
+    Stretch s;
+    for (int i = 0; i < 3000 && (g_reads.size() < passes || s.ms < ms); ++i) {  // at most 60 s
+        lock.unlock();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        lock.lock();
+        s.ms = Wexa_GetTickCount() - start;
+    }
+    for (size_t i = 1; i < g_reads.size(); ++i)
+        s.minGap = std::min(s.minGap, g_reads[i] - g_reads[i - 1]);
+    s.cpu = cpuMs() - cpu;
+    s.syncs = static_cast<long long>(sim::journal("rtc").size());
+    s.logs = static_cast<long long>(sim::journal("log").size());
+    s.ms = Wexa_GetTickCount() - start;
+    s.cpu /= static_cast<double>(s.ms);
+    return s;
+}
+
+// The triggers and the period, and the worker's rhythm at rest and in faults: a pass every 200 ms
+// of panel ticks, failed synchronisations retried once a second, one log record for an
+// exception however long it lasts, and next to no CPU time throughout.
+TEST(NtpWorker, TriggersRhythmAndFaults) {
     krv_test::SntpResponder server;
     sim::clearJournal();
     auto ctrl = controller("127.0.0.1", 1);
-    auto settle = [] { usleep(600 * 1000); };  // three passes of the worker
+    g_worker = ctrl->m_thread;
+    g_watching = true;
     ASSERT_TRUE(sim::waitForJournal("rtc", 1, 10000)) << "no start-up synchronisation";
-    settle();
-    size_t count = sim::journal("rtc").size();
-    // No synchronisation within 2 s: one takes a few milliseconds here.
-    auto quiet = [&count] { return !sim::waitForJournal("rtc", count + 1, 2000); };
+    auto atRest = [&ctrl](const char* after) {
+        const Stretch s = watch(*ctrl, 6);
+        EXPECT_EQ(s.syncs + s.logs, 0) << after;
+        EXPECT_GE(s.minGap, 200) << after;
+        EXPECT_LT(s.cpu, 0.05) << after;
+    };
     ctrl->setNtpServer(1, "127.0.0.2");
-    EXPECT_TRUE(quiet()) << "a server change alone must not synchronise";
+    atRest("a server change alone");
     ctrl->setNtpFreq(1);
-    EXPECT_TRUE(sim::waitForJournal("rtc", ++count, 10000)) << "shorter period";
+    EXPECT_TRUE(sim::waitForJournal("rtc", 1, 10000)) << "shorter period";
     // The worker must see mode 0 before mode 1; on a loaded machine it may sleep through a
     // short toggle, so a toggle that went unseen is repeated a few times.
     bool entered = false;
     for (int attempt = 0; attempt < 5 && !entered; ++attempt) {
+        sim::clearJournal();
         ctrl->setNtpMode(0);
-        settle();
+        usleep(600 * 1000);  // three passes
         ctrl->setNtpMode(1);
-        entered = sim::waitForJournal("rtc", count + 1, 3000);
+        entered = sim::waitForJournal("rtc", 1, 3000);
     }
     EXPECT_TRUE(entered) << "automatic mode entered";
-    ++count;
-    EXPECT_TRUE(quiet());
-    sim::advanceTicks(3600000LL - 60000);  // a minute short of the period of one hour
-    EXPECT_TRUE(quiet()) << "synchronised before the period had passed";
+    atRest("automatic mode entered");
+    sim::advanceTicks(3600000LL - 60000);
+    atRest("a minute short of the period of one hour");
     sim::advanceTicks(60000);
-    EXPECT_TRUE(sim::waitForJournal("rtc", ++count, 10000)) << "period elapsed";
+    EXPECT_TRUE(sim::waitForJournal("rtc", 1, 10000)) << "period elapsed";
 
-    // A failing RTC keeps the worker retrying; the destructor ends that at once.
     sim::setRtcResult(-1);
     ctrl->setNtpFreq(4);
-    EXPECT_TRUE(sim::waitForJournal("rtc", count + 2, 10000)) << "no retries";
-    ctrl.reset();
+    const Stretch failing = watch(*ctrl, 0, 3000);
+    EXPECT_TRUE(failing.syncs >= 1 && failing.syncs <= 1 + failing.ms / 1000) << failing.syncs;
+    EXPECT_EQ(failing.logs, 0);
     sim::setRtcResult(0);
+    EXPECT_TRUE(sim::waitForJournal("rtc", static_cast<size_t>(failing.syncs) + 1, 10000));
+    atRest("a failed synchronisation");
+
+    sim::clearJournal();
+    g_throws = 1;
+    ASSERT_TRUE(sim::waitForJournal("rtc", 1, 10000)) << "no retry after an exception";
+    const std::vector<sim::LogRecord> logs = sim::logRecords();
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(std::to_string(logs[0].level) + logs[0].title + logs[0].message,
+              "1ThreadOfExecNtp errorinjected");
+    atRest("an exception");
+    g_throws = -1;
+    const Stretch faulty = watch(*ctrl, 4);
+    g_throws = 0;
+    EXPECT_EQ(faulty.syncs + faulty.logs, 0);  // the exception was reported already
+    EXPECT_GE(faulty.minGap, 1000);
+    EXPECT_LT(faulty.cpu, 0.05);
+    ctrl->setNtpMode(0);
+    const Stretch manual = watch(*ctrl, 0, 1000);
+    EXPECT_EQ(manual.syncs + manual.logs, 0);
+    EXPECT_LT(manual.cpu, 0.05);
+    g_watching = false;
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
-// The simulated panel's pauses and wall clock, interposed like `reboot` (see Reboot.cpp). Every
-// usleep is journaled and then carried out, so a test sees how long the driver chose to wait
-// without timing it. gettimeofday can be stopped at a set instant, so that a test knows the
-// exact times the driver reads; the other clocks run on.
+// The simulated panel's pauses, wall clock and flushes to storage, interposed like `reboot` (see
+// Reboot.cpp). Every usleep is journaled and then carried out, so a test sees how long the driver
+// chose to wait without timing it; so is every sync, so a test sees that a write was made durable.
+// gettimeofday can be stopped at a set instant, so that a test knows the exact times the driver
+// reads; the other clocks run on.
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
@@ -20,6 +22,11 @@ extern "C" __attribute__((visibility("default"))) int usleep(useconds_t microsec
     timespec pause{static_cast<time_t>(microseconds / 1000000),
                    static_cast<long>(microseconds % 1000000) * 1000};
     return nanosleep(&pause, nullptr);
+}
+
+extern "C" __attribute__((visibility("default"))) void sync(void) __THROW {
+    sim::detail::record("sync", "sync()");
+    ::syscall(SYS_sync);
 }
 
 extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval* __restrict now,

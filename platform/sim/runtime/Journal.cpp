@@ -1,11 +1,15 @@
 // The simulated panel's journal: every call the runtime, HAL and GUI were asked to make.
+#include <sys/stat.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <deque>
+#include <fstream>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include "SimInternal.h"
@@ -22,7 +26,20 @@ struct Journal {
     std::mutex mutex;
     std::condition_variable changed;
     std::deque<Item> items;
+    // Watched files and their contents at the last look (none: missing); guarded by the mutex.
+    std::vector<std::pair<std::string, std::optional<std::string>>> watched;
 };
+
+// Only a regular file is read: a FIFO planted at a watched name must not block the journal.
+std::optional<std::string> contents(const std::string& path) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+        return std::nullopt;
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
 
 // Never destroyed: threads of the driver may still log while the process exits.
 Journal& theJournal() {
@@ -34,9 +51,16 @@ void append(Item item) {
     Journal& j = theJournal();
     {
         std::lock_guard<std::mutex> lock(j.mutex);
-        if (j.items.size() >= journalCapacity)
-            j.items.pop_front();
+        for (auto& file : j.watched) {
+            std::optional<std::string> now = contents(file.first);
+            if (now == file.second)
+                continue;
+            file.second = std::move(now);
+            j.items.push_back(Item{JournalEntry{"file", file.first}, std::nullopt});
+        }
         j.items.push_back(std::move(item));
+        while (j.items.size() > journalCapacity)
+            j.items.pop_front();
     }
     j.changed.notify_all();
 }
@@ -120,6 +144,16 @@ void clearJournal() {
     Journal& j = theJournal();
     std::lock_guard<std::mutex> lock(j.mutex);
     j.items.clear();
+    for (auto& file : j.watched)
+        file.second = contents(file.first);
+}
+
+void watchFiles(const std::vector<std::string>& paths) {
+    Journal& j = theJournal();
+    std::lock_guard<std::mutex> lock(j.mutex);
+    j.watched.clear();
+    for (const std::string& path : paths)
+        j.watched.emplace_back(path, contents(path));
 }
 
 bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs) {

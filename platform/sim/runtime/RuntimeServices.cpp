@@ -65,6 +65,7 @@ void advanceTicks(long long milliseconds) {
 }
 
 void reset() {
+    watchFiles({});
     clearJournal();
     resetDirectories();
     tickOffset = 0;

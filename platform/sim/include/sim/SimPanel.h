@@ -11,11 +11,13 @@ namespace sim {
 
 // What the simulated runtime, HAL and GUI were asked to do, in order.
 struct JournalEntry {
-    std::string kind;  // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot"
+    // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot", "sync", "file"
+    std::string kind;
     // The call as written, e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)",
     // "hal_set_rtc_time(2026-11-21 28:30:05)", "reboot(0x1234567)",
     // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()", every
-    // pause as "usleep(30000)"; a log record as "[level] title: message (file:line)".
+    // pause as "usleep(30000)", every "sync()"; a log record as "[level] title: message
+    // (file:line)"; for a watched file that changed, its path (see watchFiles).
     std::string text;
 };
 
@@ -28,6 +30,13 @@ constexpr std::size_t journalCapacity = 10000;
 // Waits until at least `count` entries of `kind` are in the journal (another thread, such as
 // the NTP worker, may be making them). True when they are there within `timeoutMs`.
 bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs);
+
+// Before each entry is journaled, every file named here whose contents changed since the last
+// look (the last entry or clearJournal; being created or removed included) gets an entry of kind
+// "file" first. So a settings write shows up in order among the calls around it: before the
+// sync() that makes it durable, before the GUI call that makes the GUI reread it. An empty list
+// watches nothing.
+void watchFiles(const std::vector<std::string>& paths);
 
 // One logger_printf call with its arguments as given; the message is already formatted.
 struct LogRecord {
@@ -72,8 +81,8 @@ void setLogOutput(const std::string& path, int maxLevel);
 // not the C library's.
 bool rebootIsInterposed();
 
-// Back to the start state: journal empty, default directories, no tick offset, the real wall
-// clock, every HAL call succeeding, log output to stderr.
+// Back to the start state: journal empty, no file watched, default directories, no tick offset, the
+// real wall clock, every HAL call succeeding, log output to stderr.
 void reset();
 
 }  // namespace sim
