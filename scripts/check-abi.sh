@@ -3,9 +3,9 @@
 # flag (QtCore's SIGCHLD handler must outlive the runtime's dlclose), NEEDED limited to the given
 # libraries (the panel's HAL and QtCore) and the C/C++ runtime, and every undefined symbol
 # provided by one of those or declared as the runtime's own interface. Prints the highest
-# GLIBC_, GLIBCXX_, CXXABI_ and GCC_ symbol versions the driver needs.
+# GLIBC_, GLIBCXX_, CXXABI_, CXXABI_ARM_ (ARM EABI only) and GCC_ symbol versions the driver needs.
 # Usage: check-abi.sh [--readelf R] [--nm N] [--cxx C] [--lib LIB]... [--runtime LIB]... [--interface DIR]
-#                     [--armv5-soft] [--installed] DRIVER
+#                     [--armv5-soft] [--installed] [--max-versions LIST] DRIVER
 #   --cxx C          the compiler whose C/C++ runtime libraries the driver was linked with
 #   --lib LIB        a library the driver may need (the HAL, QtCore); repeat for each
 #   --runtime LIB    a library of the runtime (ours is simulated; repeat for each): symbols they
@@ -13,6 +13,10 @@
 #                    function of that name)
 #   --armv5-soft     also require an ARM EABI5 soft-float ARMv5TE object without VFP attributes
 #   --installed      also require the SONAME link next to DRIVER (the .so link) and no RUNPATH/RPATH
+#   --max-versions LIST  the newest symbol version of each kind the panels have, e.g.
+#                    GLIBC_2.7,GLIBCXX_3.4.21,CXXABI_1.3,GCC_3.5: fail on each symbol needing a
+#                    newer C/C++ runtime version, or one of a kind not in LIST (QtCore's and the
+#                    HAL's own versions are not limited)
 set -eu
 readelf=readelf
 nm=nm
@@ -22,6 +26,7 @@ runtime=""
 interface=""
 armv5=0
 installed=0
+max_versions=""
 while [ $# -gt 1 ]; do
     case $1 in
         --readelf) readelf=$2; shift 2 ;;
@@ -32,6 +37,7 @@ while [ $# -gt 1 ]; do
         --interface) interface=$2; shift 2 ;;
         --armv5-soft) armv5=1; shift ;;
         --installed) installed=1; shift ;;
+        --max-versions) max_versions=$2; shift 2 ;;
         *) break ;;
     esac
 done
@@ -107,10 +113,32 @@ else
     done
 fi
 needs=""
-for prefix in GLIBC GLIBCXX CXXABI GCC; do
-    needs="$needs $(echo "$undefined" | sed -n "s/.*@\($prefix\)_\([0-9.]*\)\$/\1_\2/p" | sort -V | tail -n 1)"
+for prefix in GLIBC GLIBCXX CXXABI CXXABI_ARM GCC; do
+    newest=$(echo "$undefined" | sed -n "s/.*@\($prefix\)_\([0-9.]*\)\$/\1_\2/p" | sort -V | tail -n 1)
+    [ -z "$newest" ] || needs="$needs $newest"
 done
 echo "needs:$needs"
+if [ -n "$max_versions" ]; then
+    # Versions compared number by number: 3.4.9 comes before 3.4.21.
+    over=$(echo "$undefined" | awk -v max="$max_versions" '
+        function kind(v) { sub(/_[0-9.]*$/, "", v); return v }
+        function number(v) { return substr(v, length(kind(v)) + 2) }
+        function newer(a, b,   x, y, i, n, k) {
+            n = split(a, x, "."); k = split(b, y, "."); if (k > n) n = k
+            for (i = 1; i <= n; i++) if (x[i] + 0 != y[i] + 0) return x[i] + 0 > y[i] + 0
+            return 0
+        }
+        BEGIN { n = split(max, m, ","); for (i = 1; i <= n; i++) limit[kind(m[i])] = number(m[i]) }
+        /@(GLIBC|GLIBCXX|CXXABI|CXXABI_ARM|GCC)_[0-9.]*$/ { v = $0; sub(/.*@/, "", v); k = kind(v)
+              if (!(k in limit) || newer(number(v), limit[k])) print $0 }')
+    if [ -z "$over" ]; then
+        pass "symbol versions at most $max_versions"
+    else
+        for sym in $over; do
+            fail "$(echo "${sym%@*}" | "${nm%nm}c++filt") needs ${sym#*@}, above $max_versions"
+        done
+    fi
+fi
 
 if [ $armv5 = 1 ]; then
     header=$("$readelf" -h "$lib")

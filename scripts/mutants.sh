@@ -3,7 +3,7 @@
 #
 # Mutation testing of the driver. Each mutant below is one realistic fault (a wrong constant, a
 # dropped term, a swapped offset, a missing call, an inverted test), written as
-#   name @@ file under device/krv_ctrl @@ text to find @@ text to put in its place
+#   name @@ file under device/krv_ctrl (or a path from there) @@ text to find @@ text to put in its place
 # with ¶ standing for a line break. The text to find must occur exactly once in its file, so a
 # mutant still applies after unrelated edits; one that does not is reported as stale.
 #
@@ -226,3 +226,5 @@ ip2-checked-as-mask @@ DevBasNet.cpp @@ {DEV_CHL_IP2, CDevBas::IsAvailableIPAddr
 backlight-switch-unchecked @@ AppCfgStore.cpp @@         case DEV_CHL_BACKLIGHT_SWITCH:¶            if (!inRange(value, 0, 1))¶                return false;¶ @@         case DEV_CHL_BACKLIGHT_SWITCH:¶
 ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4; @@ statusName, -result) ? 0 : 4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
+# The symbol-version ceiling of the panel bundle's ABI check
+abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ if (!(k in limit) || newer(number(v), limit[k])) print $0 @@ if (!(k in limit) || number(v) > limit[k]) print $0
