@@ -43,10 +43,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # Spelled out although they are the compiler's defaults: the panel has no FPU and an ARMv5TE core.
-# -Wno-psabi: GCC notes that passing some standard-library template types by value changed in
-# GCC 7.1; none of them crosses the driver's boundary (ints, pointers, the runtime's text class).
 set(CMAKE_C_FLAGS_INIT "-march=armv5te -mfloat-abi=soft")
-set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -mfloat-abi=soft -Wno-psabi")
+set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -mfloat-abi=soft")
 
 # libQt5Core.so needs ICU, GLib, PCRE2 ... from the sysroot at link time, but nothing may point there
 # at run time.
