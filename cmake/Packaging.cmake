@@ -6,8 +6,16 @@
 set(KRV_INSTALL_LIBDIR lib)
 set(KRV_INSTALL_DOCDIR share/doc/krvcontrol)
 
-install(TARGETS krvcontrol_armv5
-  LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
+if(KRV_PREBUILT_DRIVER)
+  # Installed as its own build would: the file under its SONAME and the .so link to it.
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+  file(CREATE_LINK libkrvcontrol_armv5.so.1 ${CMAKE_BINARY_DIR}/lib/libkrvcontrol_armv5.so SYMBOLIC)
+  install(FILES $<TARGET_FILE:krvcontrol_armv5> ${CMAKE_BINARY_DIR}/lib/libkrvcontrol_armv5.so
+    DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel)
+else()
+  install(TARGETS krvcontrol_armv5
+    LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${KRV_INSTALL_DOCDIR}
   COMPONENT panel OPTIONAL)
 

@@ -8,7 +8,7 @@
 # Nothing is installed system-wide but Debian 12's binutils-arm-linux-gnueabi (as, ld and the
 # tools); Debian 11's package lists are kept in a private apt state under PREFIX, the machine's
 # apt sources stay as they are, and the packages are unpacked with dpkg-deb -x. Skipped when
-# PREFIX already holds the SDK. About 200 MB.
+# PREFIX already holds the SDK. About 200 MB. KRV_SDK_MIRROR names a Debian mirror to try first.
 # Usage: scripts/armel-sdk.sh PREFIX
 set -eu
 prefix=${1:?usage: armel-sdk.sh PREFIX}
@@ -22,10 +22,14 @@ apt=$prefix/apt
 mkdir -p "$apt/lists/partial" "$apt/debs"
 prefix=$(cd "$prefix" && pwd)
 apt=$prefix/apt
-echo "deb [arch=amd64] http://deb.debian.org/debian bullseye main" > "$apt/sources.list"
 state="-o Dir::Etc::sourcelist=$apt/sources.list -o Dir::Etc::sourceparts=/dev/null
        -o Dir::State::Lists=$apt/lists -o Dir::Cache=$apt/cache"
-apt-get $state update -qq
+# Debian 11 is past its support: its packages move from the mirrors to the archive some time after.
+for mirror in ${KRV_SDK_MIRROR:-} http://deb.debian.org/debian http://archive.debian.org/debian; do
+    echo "deb [arch=amd64] $mirror bullseye main" > "$apt/sources.list"
+    rm -f "$apt"/lists/*Packages*
+    apt-get $state update -qq && ls "$apt"/lists/*Packages* >/dev/null 2>&1 && break
+done
 # apt fetches as the unprivileged _apt user.
 chmod 777 "$apt/debs"
 # Versions pinned where Debian 12's own armel cross packages share the name.
