@@ -15,6 +15,7 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <sys/file.h>
 #include <sys/select.h>
@@ -478,6 +479,31 @@ int footprintMode(int devices) {
     return 0;
 }
 
+// Devices created, initialised, polled, cleaned up and destroyed one after another, as a runtime
+// that reloads its project does: the heap in use (mallinfo2, per-thread caches off in run.sh) and
+// the resident size after a warm-up and after `rounds` more. Growth per device is what a runtime
+// that keeps reloading would lose.
+int churnMode(int rounds) {
+    host::DriverLibrary library(KRV_DRIVER_PATH);
+    host::Database database;
+    database.defineChannels(kChannelTypes);
+    std::vector<int> flags(kPollFlags, 3);
+    auto cycle = [&](int n) {
+        for (int i = 0; i < n; ++i) {
+            host::Device device(library, "KRVcontrol", &database);
+            device.init(host::defaultBlob());
+            device.collect(flags);
+        }
+    };
+    cycle(200);
+    const long heap0 = static_cast<long>(mallinfo2().uordblks), rss0 = statusKb("VmRSS:");
+    cycle(rounds);
+    const long heap1 = static_cast<long>(mallinfo2().uordblks), rss1 = statusKb("VmRSS:");
+    std::printf("churn devices=%d heap_growth_bytes_per_device=%.1f rss_growth_kb=%ld\n", rounds,
+                static_cast<double>(heap1 - heap0) / rounds, rss1 - rss0);
+    return 0;
+}
+
 // ---- settings writes ----
 
 // The write as the driver made it before it guarded against kills and stale parsed copies:
@@ -525,6 +551,8 @@ int main(int argc, char** argv) {
         return ntpMode(argc > 2 ? std::atoi(argv[2]) : 20);
     if (mode == "footprint")
         return footprintMode(argc > 2 ? std::atoi(argv[2]) : 10);
+    if (mode == "churn")
+        return churnMode(argc > 2 ? std::max(1, std::atoi(argv[2])) : 2000);
     if (mode == "settings")
         return settingsMode(argc > 2 ? std::max(1, std::atoi(argv[2])) : 200);
     benchmark::Initialize(&argc, argv);

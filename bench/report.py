@@ -131,6 +131,10 @@ row("7 stripped driver", f"{host_size / 1024:.0f} KiB x86-64",
 row("7 per device", f"{fp.get('threads_per_device', '?')} thread",
     f"RSS first {fp.get('first_device_kb', '?')} KiB, each further {fp.get('per_more_device_kb', '?')} KiB",
     "")
+ch = fields(read("churn.txt"), "churn")
+row(f"7 devices made and destroyed, {ch.get('devices', '?')} after 200",
+    f"heap {ch.get('heap_growth_bytes_per_device', '?')} B/device",
+    f"RSS +{ch.get('rss_growth_kb', '?')} KiB", "")
 
 width = [max(len(r[i]) for r in rows) for i in range(4)]
 head = ("case", "ratio / figure", "instructions, allocations", "times (context only)")
