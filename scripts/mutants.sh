@@ -215,6 +215,7 @@ settings-not-synced @@ ntp/IniOperator.cpp @@     // The panel may lose power at
 resolver-rename-not-synced @@ ntp/NtpNet.cpp @@ dnsFilePath);¶        ::sync(); @@ dnsFilePath);
 resolver-synced-before-rename @@ ntp/NtpNet.cpp @@         ::rename(KRVCTRL::dnsFilePathTmp, KRVCTRL::dnsFilePath);¶        ::sync(); @@         ::sync();¶        ::rename(KRVCTRL::dnsFilePathTmp, KRVCTRL::dnsFilePath);
 gui-told-before-write @@ AppCfgStore.cpp @@     const int result = write(setting.key, setting.text);¶    // The GUI rereads the file, so it is told only once the lock is free again.¶    setting.notify(); @@     setting.notify();¶    const int result = write(setting.key, setting.text);
+system-sync-before-settings-sync @@ ntp/IniOperator.cpp @@         settings->sync();¶        written = settings->status() == QSettings::NoError;¶    }¶    guard.written();¶    // The panel may lose power at any moment.¶    ::sync(); @@         ::sync();¶        settings->sync();¶        written = settings->status() == QSettings::NoError;¶    }¶    guard.written();
 # Modes of created files and text encodings
 lock-files-owner-only @@ util/File.cpp @@ kCreateMode = 0777; @@ kCreateMode = 0600;
 kernel-capture-readable @@ devliunxsys_log.cpp @@ O_NOFOLLOW | O_CLOEXEC, 0600); @@ O_NOFOLLOW | O_CLOEXEC, 0644);
