@@ -113,14 +113,16 @@ else
     done
 fi
 needs=""
-for prefix in GLIBC GLIBCXX CXXABI CXXABI_ARM GCC; do
+# The C/C++ runtime's kinds of symbol version.
+kinds="GLIBC GLIBCXX CXXABI CXXABI_ARM GCC"
+for prefix in $kinds; do
     newest=$(echo "$undefined" | sed -n "s/.*@\($prefix\)_\([0-9.]*\)\$/\1_\2/p" | sort -V | tail -n 1)
     [ -z "$newest" ] || needs="$needs $newest"
 done
 echo "needs:$needs"
 if [ -n "$max_versions" ]; then
     # Versions compared number by number: 3.4.9 comes before 3.4.21.
-    over=$(echo "$undefined" | awk -v max="$max_versions" '
+    over=$(echo "$undefined" | awk -v max="$max_versions" -v kinds="$kinds" '
         function kind(v) { sub(/_[0-9.]*$/, "", v); return v }
         function number(v) { return substr(v, length(kind(v)) + 2) }
         function newer(a, b,   x, y, i, n, k) {
@@ -128,9 +130,10 @@ if [ -n "$max_versions" ]; then
             for (i = 1; i <= n; i++) if (x[i] + 0 != y[i] + 0) return x[i] + 0 > y[i] + 0
             return 0
         }
-        BEGIN { n = split(max, m, ","); for (i = 1; i <= n; i++) limit[kind(m[i])] = number(m[i]) }
-        /@(GLIBC|GLIBCXX|CXXABI|CXXABI_ARM|GCC)_[0-9.]*$/ { v = $0; sub(/.*@/, "", v); k = kind(v)
-              if (!(k in limit) || newer(number(v), limit[k])) print $0 }')
+        BEGIN { n = split(max, m, ","); for (i = 1; i <= n; i++) limit[kind(m[i])] = number(m[i])
+                n = split(kinds, r, " "); for (i = 1; i <= n; i++) runtime[r[i]] = 1 }
+        /@/ { v = $0; sub(/.*@/, "", v); k = kind(v)
+              if ((k in runtime) && (!(k in limit) || newer(number(v), limit[k]))) print $0 }')
     if [ -z "$over" ]; then
         pass "symbol versions at most $max_versions"
     else

@@ -228,4 +228,4 @@ backlight-switch-unchecked @@ AppCfgStore.cpp @@         case DEV_CHL_BACKLIGHT_
 ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4; @@ statusName, -result) ? 0 : 4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
 # The symbol-version ceiling of the panel bundle's ABI check
-abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ if (!(k in limit) || newer(number(v), limit[k])) print $0 @@ if (!(k in limit) || number(v) > limit[k]) print $0
+abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
