@@ -60,17 +60,6 @@ bool makeParents(const std::string& path) {
     return true;
 }
 
-bool waitFor(int timeoutMs, const std::function<bool()>& done) {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!done()) {
-        if (Clock::now() >= end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
-
 // Waits for `pid` for up to `timeoutMs`; true once it is reaped.
 bool reap(pid_t pid, int timeoutMs) {
     return waitFor(timeoutMs, [pid] {
@@ -117,6 +106,17 @@ bool ntpAnswers(const std::string& address, int timeoutMs) {
 }
 
 }  // namespace
+
+bool waitFor(int timeoutMs, const std::function<bool()>& done) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (Clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
 
 bool inSandbox() {
     const char* flag = std::getenv("KRV_IN_SANDBOX");

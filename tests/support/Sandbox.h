@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -36,6 +37,9 @@ std::string numberedLines(std::size_t bytes);
 // The text after "key=" up to the line's end in an INI file whose first line is its group;
 // "" when the key is missing.
 std::string iniValue(const std::string& path, const std::string& key);
+
+// Polls `done` every 20 ms until it holds (true) or `timeoutMs` went by (false).
+bool waitFor(int timeoutMs, const std::function<bool()>& done);
 
 // Descriptors this process holds open: a leak shows as a count that grows.
 int openDescriptors();

@@ -14,7 +14,8 @@ struct JournalEntry {
     // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot", "sync", "file"
     std::string kind;
     // The call as written, e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)",
-    // "hal_set_rtc_time(2026-11-21 28:30:05)", "reboot(0x1234567)",
+    // "hal_set_rtc_time(2026-11-21 28:30:05)" (refused: "hal_set_rtc_time(...) = -1"),
+    // "reboot(0x1234567)",
     // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()", every
     // pause as "usleep(30000)", every "sync()"; a log record as "[level] title: message
     // (file:line)"; for a watched file that changed, its path (see watchFiles).
