@@ -89,12 +89,13 @@ QString AppCfgStore::configDirectory() {
 
 int AppCfgStore::read(const QString& key, QString& value) {
     KRVCTRL::FileLocker hold(m_lock);
-    return IniOperator::FileIniReadValue(m_filePath, kSection, key, value, QString(""));
+    return hold.held() ? IniOperator::FileIniReadValue(m_filePath, kSection, key, value, "") : 0;
 }
 
+// Without the lock nothing is written, as when the lock file cannot be opened.
 int AppCfgStore::write(const QString& key, const QString& value) {
     KRVCTRL::FileLocker hold(m_lock);
-    return IniOperator::FileIniWriteValue(m_filePath, kSection, key, value);
+    return hold.held() ? IniOperator::FileIniWriteValue(m_filePath, kSection, key, value) : 0;
 }
 
 int AppCfgStore::writeSetting(DEV_CHNLNAME channel, int value) {

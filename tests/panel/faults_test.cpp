@@ -1,10 +1,12 @@
 // The panel misbehaving around the driver: /tmp full or read-only, other files planted at the lock
 // names, configuration directories missing or read-only, and other processes holding the lock
 // files. A watchdog turns a hang into a failure.
+#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -152,11 +154,25 @@ TEST_F(Faults, ConfigurationDirectoriesMissingFullOrReadOnly) {
     }
 }
 
+// Every thread of this process but the calling one gets `signal`.
+void signalOtherThreads(int signal) {
+    DIR* tasks = opendir("/proc/self/task");
+    while (const dirent* task = tasks ? readdir(tasks) : nullptr)
+        if (atoi(task->d_name) > 0 && atoi(task->d_name) != gettid())
+            syscall(SYS_tgkill, getpid(), atoi(task->d_name), signal);
+    if (tasks)
+        closedir(tasks);
+}
+
 // Another process holds a lock file for good. A command, or clean-up joining the worker (which
 // synchronises by host name, so it reads the name servers under the resolver lock), waits in its
-// blocking flock, as the kernel's lock list shows, without a time-out; it completes once the
-// holder lets go.
+// blocking flock, as the kernel's lock list shows, without a time-out, also through signals that
+// end the wait early (Qt 4's SIGCHLD handler has no SA_RESTART); it completes once the holder lets
+// go.
 TEST_F(Faults, LocksHeldByOtherProcessesAreWaitedForWithoutTimeOut) {
+    struct sigaction caught = {}, before;
+    caught.sa_sigaction = [](int, siginfo_t*, void*) {};
+    caught.sa_flags = SA_NOCLDSTOP | SA_SIGINFO;
     NtpServer chrony;
     ASSERT_TRUE(chrony.ok());
     ASSERT_EQ(outcome("SetNTPServer(ntp.panel.test,,,)"), "0/-1");
@@ -202,9 +218,12 @@ TEST_F(Faults, LocksHeldByOtherProcessesAreWaitedForWithoutTimeOut) {
         });
         while (!waiting())  // the watchdog bounds this
             usleep(10000);
-        sleep(2);
+        ASSERT_EQ(sigaction(SIGCHLD, &caught, &before), 0);
+        for (int i = 0; i < 20; ++i, usleep(100000))
+            signalOtherThreads(SIGCHLD);
         EXPECT_FALSE(done);
         EXPECT_TRUE(waiting());
+        sigaction(SIGCHLD, &before, nullptr);
         kill(holder, SIGKILL);
         waitpid(holder, nullptr, 0);
         user.join();

@@ -86,15 +86,21 @@ FileLock::~FileLock() {
     delete m_file;
 }
 
-FileLocker::FileLocker(FileLock& lock) : m_lock(lock) {
-    // A failed flock (EINTR included) leaves the access unguarded; callers have
-    // no way to act on it, so it is not retried.
-    if (m_lock.file().descriptor() >= 0)
-        (void)::flock(m_lock.file().descriptor(), LOCK_EX);
+FileLocker::FileLocker(FileLock& lock) : m_lock(lock), m_held(false) {
+    const int fd = m_lock.file().descriptor();
+    if (fd < 0)
+        return;
+    // A signal caught while waiting (Qt 4's SIGCHLD handler, for one, has no SA_RESTART) ends
+    // the wait early: waiting again is the only way the guarded access keeps its lock.
+    int result;
+    do
+        result = ::flock(fd, LOCK_EX);
+    while (result != 0 && errno == EINTR);
+    m_held = result == 0;
 }
 
 FileLocker::~FileLocker() {
-    if (m_lock.file().descriptor() >= 0)
+    if (m_held)
         (void)::flock(m_lock.file().descriptor(), LOCK_UN);
 }
 

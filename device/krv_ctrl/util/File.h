@@ -40,7 +40,8 @@ private:
     File* m_file;
 };
 
-// Holds an exclusive flock on a FileLock for its scope.
+// Holds an exclusive flock on a FileLock for its scope, waiting as long as another holder keeps
+// it (through signals too).
 class FileLocker {
 public:
     explicit FileLocker(FileLock& lock);
@@ -48,8 +49,13 @@ public:
     FileLocker(const FileLocker&) = delete;
     FileLocker& operator=(const FileLocker&) = delete;
 
+    // False when the lock could not be had (no open lock file, or the kernel refused it): the
+    // guarded access must not go ahead.
+    bool held() const { return m_held; }
+
 private:
     FileLock& m_lock;
+    bool m_held;
 };
 
 }  // namespace KRVCTRL
