@@ -139,7 +139,7 @@ int CDevBas::writeVncPwd(const CString& password) {
 
     QString current;
     {
-        KRVCTRL::SettingsFile guard(path, KRVCTRL::SettingsFile::Read);
+        KRVCTRL::SettingsFile guard(path);
         current = QSettings(path, QSettings::IniFormat).value(kVncPwdKey).toString();
     }
     const QString wanted = QString::fromLatin1(password.GetString(), length);

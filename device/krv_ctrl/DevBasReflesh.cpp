@@ -103,7 +103,7 @@ void refreshVncPassword(CStringArray& texts) {
     const QString path = vncCfgFilePath(exists);
     CString password;
     if (exists) {
-        KRVCTRL::SettingsFile guard(path, KRVCTRL::SettingsFile::Read);
+        KRVCTRL::SettingsFile guard(path);
         QSettings settings(path, QSettings::IniFormat);
         password = CDevBas::QS2CS(settings.value("/VNCCONFIG/passwd").toString());
     }

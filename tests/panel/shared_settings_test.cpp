@@ -147,76 +147,7 @@ TEST_F(SharedSettings, ChangesOfEitherSideAreSeenByTheOtherWithinOneSecond) {
     const long ahead = static_cast<long>(time(nullptr)) + 1000;
     ASSERT_EQ(run("touch -d @" + std::to_string(ahead) + app).status, 0);
     EXPECT_EQ(rt_->device().writeText(5, "99"), 0);
-    EXPECT_EQ(readFile(std::string(kAppCfg) + ".krvcopy"), "");  // a complete write empties it
     EXPECT_EQ(run("find" + app + " -newermt @" + std::to_string(ahead)).out, app.substr(1) + "\n");
-}
-
-// What a killed write leaves beside a file is taken over by the next access: a damaged file gets
-// the copy back (same inode and mode), a complete one is kept; the copy is emptied either way.
-// Anything but a regular file at the copy's name is left alone.
-TEST_F(SharedSettings, CopiesLeftByAKilledWriteAreTakenOverByTheNextAccess) {
-    const std::string copy = std::string(kAppCfg) + ".krvcopy";
-    const std::string old =
-        "[DEVICE]\nbuzz_duration=250\nbacklight_status=1\n"
-        "backlight_duration=60000\n";
-    const std::string complete =
-        "[DEVICE]\nbacklight_duration=60000\nbacklight_status=1\n"
-        "buzz_duration=400\n";
-    const struct {
-        std::string file, make, after, shown;
-    } cases[] = {
-        {"", "", old, "250"},
-        {"[DEVICE]\nbuzz_duration=400\nbackl", "", old, "250"},
-        {"[DEVICE]\nbuzz_duration=400\n", "", old, "250"},
-        {std::string("[DEVICE]\nbuzz_duration=400\n\0\0\0", 30), "", old, "250"},
-        {complete, "", complete, "400"},
-        {"", "rm " + copy + " && ln -s /tmp/elsewhere " + copy, "", "0"},
-        {"", "rm " + copy + " && mkdir " + copy, "", "0"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.make + " " + c.file);
-        writeFile(kAppCfg, c.file);
-        writeFile(copy, old);
-        writeFile("/tmp/elsewhere", old);
-        ASSERT_EQ(run("chmod 640 " + std::string(kAppCfg) + " && ls -i " + kAppCfg +
-                      " >/tmp/inode" + (c.make.empty() ? "" : " && " + c.make))
-                      .status,
-                  0);
-        EXPECT_EQ(refreshed(4), c.shown);
-        EXPECT_EQ(readFile(kAppCfg), c.after);
-        EXPECT_EQ(run("stat -c %a " + std::string(kAppCfg) + " && ls -i " + kAppCfg +
-                      " | cmp - /tmp/inode")
-                      .out,
-                  "640\n");
-        EXPECT_EQ(run("test -L " + copy + " || test -d " + copy).status == 0, !c.make.empty());
-        if (c.make.empty()) {
-            EXPECT_EQ(readFile(copy), "");
-        }
-        run("rm -rf " + copy + " /tmp/elsewhere");
-        EXPECT_EQ(readFile("/tmp/elsewhere"), "");
-    }
-    // Qt 5's temporary files of killed writes go with the next write, but not while a writer
-    // holds the lock file; other names stay.
-    const std::string app = kAppCfg, temporary = app + ".AbC123", other = app + ".AbC1234";
-    writeFile(temporary, old);
-    writeFile(other, old);
-    const std::string held = "grep -q FLOCK /proc/locks";
-    // A lock of a writer that is gone (Qt 5 takes it over once free) held for two seconds.
-    run("printf '999999\\nx\\n%s\\n' $(uname -n) >" + app + ".lock && flock " + app +
-        ".lock sleep 2 >/dev/null 2>&1 &");
-    ASSERT_EQ(run("until " + held + "; do sleep 0.01; done").status, 0);
-    EXPECT_EQ(rt_->device().writeText(5, "30"), 0);  // Qt 5 waits for the lock
-    EXPECT_TRUE(fileExists(temporary));
-    run("while " + held + "; do sleep 0.01; done");
-    EXPECT_EQ(rt_->device().writeText(5, "31"), 0);
-    EXPECT_FALSE(fileExists(temporary));
-    EXPECT_TRUE(fileExists(other));
-    // Without the file there is nothing to restore: the copy is emptied, no file is made.
-    removeFile(kAppCfg);
-    writeFile(copy, old);
-    refreshed(4);
-    EXPECT_FALSE(fileExists(kAppCfg));
-    EXPECT_EQ(readFile(copy), "");
 }
 
 }  // namespace

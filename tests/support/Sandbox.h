@@ -15,8 +15,8 @@
 
 namespace krv_test {
 
-// Qt 4's QSettings rewrites a settings file in place; Qt 5's writes a new copy and renames it
-// over the file (and needs a lock file beside it).
+// Qt 4's QSettings rewrites a file in place, where the driver goes when its directory takes no
+// new file; Qt 5's always writes a new file beside it (and a lock file), so it refuses there.
 constexpr bool kQtWritesInPlace = KRV_QT_MAJOR == 4;
 
 // The settings files as the driver names them on the panel.

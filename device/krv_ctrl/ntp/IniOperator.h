@@ -9,9 +9,9 @@ class IniOperator {
 public:
     // 0 on success, -1 when the file path, group or key is empty.
     static int FileIniWriteValue(QString file, QString group, QString key, QString value);
-    // Sets each "/group/key" path to its text through QSettings on the file itself, flushes it,
-    // then sync(). False when QSettings reports an error. The UTF-8 codec unless `utf8` is false
-    // (files of other programs that use the default).
+    // Sets each "/group/key" path to its text through QSettings, then sync() (see
+    // KRVCTRL::SettingsFile::write). False when the file was left as it was. The UTF-8 codec
+    // unless `utf8` is false (files of other programs that use the default).
     static bool FileIniWriteValues(const QString& file,
                                    const std::vector<std::pair<QString, QString>>& values,
                                    bool utf8 = true);

@@ -46,7 +46,7 @@ bool ntpCfgParam::operator==(const ntpCfgParam& other) const {
 }
 
 void ntpCfgParam::readCfg(QString const& path) {
-    KRVCTRL::SettingsFile guard(path, KRVCTRL::SettingsFile::Read);
+    KRVCTRL::SettingsFile guard(path);
     QSettings settings(path, QSettings::IniFormat);
     settings.setIniCodec("UTF-8");
     int* const ints[ntpIntCount] = {&m_ntpSwitch, &m_ntpMode, &m_ntpFreq};

@@ -5,22 +5,32 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/file.h>
+#include <signal.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
+#include <QDir>
+#include <QSettings>
+#include <QStringList>
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
+#include <utility>
 
 namespace KRVCTRL {
 
 namespace {
 
-// Settings files hold a few hundred bytes; a larger file is left to Qt alone.
+// Settings files hold a few hundred bytes; a larger one is neither copied nor compared.
 const off_t kMaxBytes = 1 << 20;
-// Longer than Qt 5's temporary names ("<file>.XXXXXX"), which are removed as leftovers.
+// "<file>.krvnew-<pid>-<n>": the new file of a write by process <pid>.
+const char kNewMark[] = ".krvnew-";
+// The copy an earlier version of the driver filled before each write, in place of new files.
 const char kCopySuffix[] = ".krvcopy";
 
 // The resolution at which QSettings compares modification times.
@@ -35,27 +45,57 @@ long long stepOf(const struct timespec& time) {
     return ns >= 0 ? ns / kStepNs : (ns - kStepNs + 1) / kStepNs;
 }
 
+// The start of `step` as a modification time, the access time left alone.
+void timesOf(long long step, struct timespec times[2]) {
+    const long long ns = step * kStepNs;
+    times[0].tv_sec = 0;
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_sec = static_cast<time_t>(ns / 1000000000LL);
+    times[1].tv_nsec = static_cast<long>(ns % 1000000000LL);
+}
+
+void setStep(const std::string& path, long long step) {
+    struct timespec times[2];
+    timesOf(step, times);
+    (void)::utimensat(AT_FDCWD, path.c_str(), times, 0);
+}
+
 struct Snapshot {
-    bool exists = false;
+    bool exists = false, missing = false;
     off_t size = 0;
     long long step = 0;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    mode_t mode = 0;
     std::string bytes;
 };
 
-// A regular file read whole; `exists` false when missing, not regular or too large.
+// A regular file read whole; `exists` false when missing (then `missing`), not regular or too
+// large.
 Snapshot snapshot(const std::string& path, int flags = 0) {
     Snapshot shot;
     File file;
     struct stat st;
-    if (!file.open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags) ||
-        ::fstat(file.descriptor(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxBytes)
+    if (!file.open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags)) {
+        shot.missing = errno == ENOENT;
         return shot;
-    shot.bytes = file.readAll();
-    if (file.lastError() != 0)
+    }
+    if (::fstat(file.descriptor(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxBytes)
         return shot;
+    // Read here rather than with File::readAll: every refresh passes here four times.
+    char buffer[4096];
+    shot.bytes.reserve(static_cast<size_t>(st.st_size));
+    for (ssize_t n; (n = ::read(file.descriptor(), buffer, sizeof buffer)) != 0;) {
+        if (n < 0 && errno != EINTR)
+            return shot;
+        shot.bytes.append(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+    }
     shot.exists = true;
     shot.size = st.st_size;
     shot.step = stepOf(st.st_mtim);
+    shot.uid = st.st_uid;
+    shot.gid = st.st_gid;
+    shot.mode = st.st_mode & 07777;
     return shot;
 }
 
@@ -68,156 +108,230 @@ bool writeAll(int fd, const std::string& bytes) {
             return false;
         done += static_cast<size_t>(n);
     }
-    return ::fsync(fd) == 0;
+    return true;
 }
 
-// Sets the modification time to the start of `step`, so that it differs from `step` - 1.
-void setStep(const std::string& path, long long step) {
-    const long long ns = step * kStepNs;
-    struct timespec times[2];
-    times[0].tv_sec = 0;
-    times[0].tv_nsec = UTIME_OMIT;
-    times[1].tv_sec = static_cast<time_t>(ns / 1000000000LL);
-    times[1].tv_nsec = static_cast<long>(ns % 1000000000LL);
-    (void)::utimensat(AT_FDCWD, path.c_str(), times, 0);
+std::string directoryOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string("./")
+                                      : std::string(path.begin(), path.begin() + slash + 1);
 }
 
-std::string trimmed(const std::string& text) {
-    const size_t first = text.find_first_not_of(" \t\r");
-    return first == std::string::npos
-               ? std::string()
-               : text.substr(first, text.find_last_not_of(" \t\r") + 1 - first);
+std::string baseOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : std::string(path.begin() + slash + 1, path.end());
 }
 
-// "[group/key" of every key line, one a line.
+// Qt ends every line it writes: an empty file, a last line without its end or zero bytes from
+// blocks not written yet are what a kill or a power cut leaves.
+bool cutShort(const std::string& bytes) {
+    return bytes.empty() || bytes[bytes.size() - 1] != '\n' ||
+           bytes.find('\0') != std::string::npos;
+}
+
+std::string trimmed(std::string::const_iterator begin, std::string::const_iterator end) {
+    const char* const blank = " \t\r";
+    while (begin != end && std::strchr(blank, *begin))
+        ++begin;
+    while (begin != end && std::strchr(blank, *(end - 1)))
+        --end;
+    return std::string(begin, end);
+}
+
+// "[group/key\n" of every key line.
 std::string keysOf(const std::string& bytes) {
     std::string keys, group;
-    size_t start = 0;
-    while (start < bytes.size()) {
-        size_t end = bytes.find('\n', start);
-        if (end == std::string::npos)
-            end = bytes.size();
-        const std::string line = trimmed(bytes.substr(start, end - start));
-        start = end + 1;
+    for (std::string::const_iterator at = bytes.begin(); at != bytes.end();) {
+        const std::string::const_iterator end = std::find(at, bytes.end(), '\n');
+        const std::string line = trimmed(at, end);
+        at = end == bytes.end() ? end : end + 1;
+        const size_t equals = line.find('=');
         if (!line.empty() && line[0] == '[')
-            group = trimmed(line.substr(0, line.find(']')));
-        else if (!line.empty() && line[0] != ';' && line.find('=') != std::string::npos)
-            keys += group + '/' + trimmed(line.substr(0, line.find('='))) + '\n';
+            group = trimmed(line.begin(), std::find(line.begin(), line.end(), ']'));
+        else if (!line.empty() && line[0] != ';' && equals != std::string::npos)
+            keys += group + '/' + trimmed(line.begin(), line.begin() + equals) + '\n';
     }
     return keys;
 }
 
-// Qt ends every line it writes: an empty file, a last line without its end or zero bytes from
-// blocks the file system had not written yet are what a kill or a power cut leaves.
-bool cutShort(const std::string& file) {
-    return file.empty() || file[file.size() - 1] != '\n' || file.find('\0') != std::string::npos;
-}
-
 // A file cut at a line end still lacks keys of the complete copy.
 bool damaged(const std::string& file, const std::string& copy) {
-    if (file.empty())
-        return !copy.empty();
     if (cutShort(file))
         return true;
-    const std::string present = keysOf(file);
-    const std::string wanted = keysOf(copy);
+    const std::string present = "\n" + keysOf(file), wanted = keysOf(copy);
     for (size_t at = 0, end; at < wanted.size(); at = end + 1) {
         end = wanted.find('\n', at);
-        const std::string key = wanted.substr(at, end - at + 1);
-        if (("\n" + present).find("\n" + key) == std::string::npos)
+        if (present.find("\n" + std::string(wanted.data() + at, end - at + 1)) == std::string::npos)
             return true;
     }
     return false;
 }
 
-void syncDirectoryOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    File dir;
-    if (dir.open(slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1),
-                 O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-        (void)::fsync(dir.descriptor());
+// Qt puts every key on a line of its own: a file it wrote whole with `keys` keys.
+bool writtenWhole(const std::string& bytes, int keys) {
+    int lines = 0;
+    for (std::string::const_iterator at = bytes.begin(); at != bytes.end(); ++at) {
+        const std::string::const_iterator end = std::find(at, bytes.end(), '\n');
+        lines += std::find(at, end, '=') != end;
+        at = end == bytes.end() ? end - 1 : end;
+    }
+    return !cutShort(bytes) && lines == keys;
 }
 
-bool isTemporaryName(const std::string& name, const std::string& base) {
-    if (name.size() != base.size() + 7 || name.compare(0, base.size() + 1, base + ".") != 0)
+// The new file of a killed write: "<base>.krvnew-<pid>-..." (Qt 5's lock and temporary files for
+// it included) of a process that is gone. A name with this process's id is from an earlier
+// process (a panel's processes get the same ids at every boot): this process's writes are
+// serialised, and none is under way while it looks.
+bool killedWrite(const char* name, const std::string& base) {
+    const std::string prefix = base + kNewMark;
+    if (std::strncmp(name, prefix.c_str(), prefix.size()) != 0)
         return false;
-    for (size_t i = base.size() + 1; i < name.size(); ++i)
-        if (!isalnum(static_cast<unsigned char>(name[i])))
-            return false;
-    return true;
+    char* end = nullptr;
+    const long pid = std::strtol(name + prefix.size(), &end, 10);
+    if (end == name + prefix.size() || *end != '-' || pid <= 0 || pid > 0x7fffffffL)
+        return false;
+    return pid == ::getpid() || (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH);
 }
 
-// Qt 5 writes "<file>.XXXXXX" and renames it over the file while it holds a flock on
-// "<file>.lock"; a writer killed in between leaves its file behind for good. With the lock free
-// no writer is at work, so the leftovers go. (A writer that takes the lock over between the test
-// and the removal could lose its file: the window is a directory scan long.)
-void dropKilledTemporaries(const std::string& path) {
-    File lock;
-    if (lock.open(path + ".lock", O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) &&
-        ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0)
-        return;
-    const size_t slash = path.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::string base = path.substr(slash == std::string::npos ? 0 : slash + 1);
+void dropKilledWrites(const std::string& path) {
+    const std::string dir = directoryOf(path), base = baseOf(path);
     DIR* listing = ::opendir(dir.c_str());
     if (listing == nullptr)
         return;
     struct stat st;
     while (const struct dirent* entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        if (isTemporaryName(name, base) && ::lstat((dir + name).c_str(), &st) == 0 &&
+        const std::string name = dir + entry->d_name;
+        if (killedWrite(entry->d_name, base) && ::lstat(name.c_str(), &st) == 0 &&
             S_ISREG(st.st_mode))
-            ::unlink((dir + name).c_str());
+            (void)::unlink(name.c_str());
     }
     ::closedir(listing);
 }
 
-// What this process last saw of each file through QSettings.
 std::mutex& accessMutex() {
     static std::mutex mutex;
     return mutex;
 }
+// What this process's QSettings last parsed of each file.
 std::map<std::string, Snapshot>& seen() {
     static std::map<std::string, Snapshot> files;
     return files;
+}
+// Files whose leftovers this process has dealt with.
+std::set<std::string>& settled() {
+    static std::set<std::string> files;
+    return files;
+}
+
+enum Target { Refused, InPlace, NewFile };
+
+// Replaces a file by way of a new file beside it, never in place.
+class Replacement {
+public:
+    Replacement(const std::string& file, const Snapshot& before) : m_file(file), m_before(before) {
+        static unsigned long count = 0;
+        char suffix[48];
+        std::snprintf(suffix, sizeof suffix, "%s%ld-%lu", kNewMark, static_cast<long>(::getpid()),
+                      ++count);
+        m_path = file + suffix;
+    }
+    ~Replacement() {
+        if (m_made && !m_renamed)
+            (void)::unlink(m_path.c_str());
+    }
+    const std::string& path() const { return m_path; }
+
+    // Makes the new file holding `bytes`: private while it may hold the old contents of a file
+    // that has an owner and mode of its own, else as Qt makes a new file. InPlace when the
+    // directory takes no new file (read-only), Refused on any other failure.
+    Target make(const std::string& bytes) {
+        const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        const mode_t mode = m_before.exists ? 0600 : 0666;
+        int fd = ::open(m_path.c_str(), flags, mode);
+        if (fd < 0 && errno == ENOENT &&
+            QDir().mkpath(QString::fromLocal8Bit(directoryOf(m_path).c_str())))
+            fd = ::open(m_path.c_str(), flags, mode);
+        if (fd < 0)
+            return errno == EACCES || errno == EPERM || errno == EROFS ? InPlace : Refused;
+        m_made = true;
+        const bool written = writeAll(fd, bytes);
+        return ::close(fd) == 0 && written ? NewFile : Refused;
+    }
+
+    // Checks the new file whole (`keys` >= 0: QSettings wrote it with that many keys), gives it
+    // the file's owner and mode and a later time step than `step` and the file's, puts it on the
+    // medium and renames it over the file.
+    bool install(int keys, long long step) {
+        File file;
+        struct stat st;
+        if (!file.open(m_path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC) ||
+            ::fstat(file.descriptor(), &st) != 0)
+            return false;
+        const int fd = file.descriptor();
+        const std::string bytes = file.readAll();
+        if (file.lastError() != 0 || (keys >= 0 && !writtenWhole(bytes, keys)))
+            return false;
+        // A settings file of another user that this process cannot give back is left alone.
+        if (m_before.exists &&
+            (::fchown(fd, m_before.uid, m_before.gid) != 0 || ::fchmod(fd, m_before.mode) != 0))
+            return false;
+        const long long later = std::max(step, m_before.step) + 1;
+        struct timespec times[2];
+        timesOf(later, times);
+        if (stepOf(st.st_mtim) < later)
+            (void)::futimens(fd, times);
+        if (::fsync(fd) != 0 || ::rename(m_path.c_str(), m_file.c_str()) != 0)
+            return false;
+        m_renamed = true;
+        return true;
+    }
+
+private:
+    std::string m_file, m_path;
+    const Snapshot& m_before;
+    bool m_made = false, m_renamed = false;
+};
+
+// The file a write replaces: the target of a link, so that the link stays.
+std::string resolved(const std::string& path) {
+    char* real = ::realpath(path.c_str(), nullptr);
+    const std::string file = real != nullptr ? real : path;
+    ::free(real);
+    return file;
+}
+
+// A filled copy means a write of an earlier driver that did not finish: a file it left damaged
+// gets the copy back. Anything but a regular file at the copy's name is not ours.
+void takeOverCopy(const std::string& path) {
+    const std::string copy = path + kCopySuffix;
+    const Snapshot left = snapshot(copy, O_NOFOLLOW);
+    if (left.bytes.empty())
+        return;
+    const Snapshot now = snapshot(path);
+    if (now.exists && damaged(now.bytes, left.bytes)) {
+        Replacement back(path, now);
+        if (back.make(left.bytes) != NewFile || !back.install(-1, now.step))
+            return;  // kept for the next process
+        ::sync();
+    }
+    // A file removed since belongs to whoever removed it.
+    (void)::unlink(copy.c_str());
 }
 
 }  // namespace
 
 struct SettingsFile::State {
-    std::string path, copy;
-    std::unique_lock<std::mutex> hold;
-    Snapshot before, after;
-    bool copyExists = false, copied = false, writing = false;
-    // The time step QSettings saw right after its write, before it was moved on.
-    long long writtenStep = 0;
+    std::string path;
+    std::lock_guard<std::mutex> hold;
+    Snapshot before;
 
     explicit State(const QString& file)
-        : path(file.toLocal8Bit().constData()), copy(path + kCopySuffix), hold(accessMutex()) {}
-
-    // The copy stays in place, emptied, once the write is on the medium: the next write then
-    // needs no flush of the directory.
-    void emptyCopy() {
-        File file;
-        (void)file.open(copy, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    }
-
-    // A copy with contents means a write of this or another driver process did not finish.
-    // Anything but a regular file at its name is not ours: it is neither read nor changed.
-    void takeOverCopy() {
-        const Snapshot left = snapshot(copy, O_NOFOLLOW);
-        copyExists = left.exists;
-        if (left.bytes.empty())
-            return;
-        const Snapshot now = snapshot(path);
-        if (now.exists && damaged(now.bytes, left.bytes)) {
-            File file;
-            if (!file.open(path, O_WRONLY | O_TRUNC | O_CLOEXEC) ||
-                !writeAll(file.descriptor(), left.bytes))
-                return;  // kept for the next access
+        : path(file.toLocal8Bit().constData()), hold(accessMutex()) {
+        if (settled().insert(path).second) {
+            const std::string real = resolved(path);
+            takeOverCopy(real);
+            dropKilledWrites(real);
         }
-        // A file removed since belongs to whoever removed it.
-        emptyCopy();
     }
 
     // Another process may have changed the file without changing its size or its time step;
@@ -234,65 +348,69 @@ struct SettingsFile::State {
         }
     }
 
-    // Without room for the copy (read-only or full directory) the write goes on unprotected.
-    void copyBeforeWrite() {
-        if (!before.exists || before.bytes.empty())
-            return;  // Qt writes a new file whole: nothing to protect
-        File file;
-        if (!file.open(copy, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC))
-            return;  // no room, or something planted at the name
-        copied =
-            ::fchmod(file.descriptor(), 0600) == 0 && writeAll(file.descriptor(), before.bytes);
-        if (!copied)
-            (void)::ftruncate(file.descriptor(), 0);
-        else if (!copyExists)
-            syncDirectoryOf(copy);
+    // A write in place: a reader compares size and time step only, and may hold any earlier
+    // contents of the same size, so the write gets a later step than the one before it.
+    void writtenInPlace() {
+        Snapshot after = snapshot(path);
+        const long long parsed = after.step;
+        if (after.exists && before.exists && after.step <= before.step)
+            setStep(path, before.step + 1);
+        // QSettings keeps the step it saw right after its write.
+        after.step = parsed;
+        seen()[path] = after;
     }
 };
 
-SettingsFile::SettingsFile(const QString& path, Access access) : m_state(new State(path)) {
-    if (access == Write || seen().find(m_state->path) == seen().end())
-        dropKilledTemporaries(m_state->path);
-    m_state->takeOverCopy();
+SettingsFile::SettingsFile(const QString& path) : m_state(new State(path)) {
     m_state->revealChanges();
-    m_state->writing = access == Write;
-    if (m_state->writing)
-        m_state->copyBeforeWrite();
-}
-
-void SettingsFile::written() {
-    // A reader compares size and time step only, and may hold any earlier contents of the same
-    // size: every write gets a later step than the one before it. A burst of writes within one
-    // step moves the time ahead of the clock by up to one step each.
-    State& s = *m_state;
-    s.after = snapshot(s.path);
-    s.writtenStep = s.after.step;
-    if (s.after.exists && s.before.exists && s.after.step <= s.before.step) {
-        setStep(s.path, s.before.step + 1);
-        s.after.step = s.before.step + 1;
-    }
 }
 
 SettingsFile::~SettingsFile() {
-    State& s = *m_state;
-    if (!s.writing) {
-        // What QSettings has just parsed (or found unchanged).
-        seen()[s.path] = s.before;
-        return;
+    // What QSettings has just parsed (or found unchanged).
+    seen()[m_state->path] = std::move(m_state->before);
+}
+
+bool SettingsFile::write(const QString& path,
+                         const std::vector<std::pair<QString, QString>>& values, bool utf8) {
+    State s(path);
+    const std::string file = resolved(s.path);
+    s.before = snapshot(file);
+    Replacement next(file, s.before);
+    // A file that cannot be copied whole (not a regular file, too large) is not written.
+    Target target = s.before.exists || s.before.missing ? next.make(s.before.bytes) : Refused;
+    // In place only where QSettings can open the file: values of a write it refused would stay
+    // in its parsed copy, and any later access of the process would write them. Qt 5 refuses
+    // every write in place.
+    File inPlace;
+    if (target == InPlace && (QT_VERSION >= 0x050000 || !s.before.exists ||
+                              !inPlace.open(file, O_RDWR | O_NONBLOCK | O_CLOEXEC)))
+        target = Refused;
+    if (target == InPlace)
+        s.revealChanges();
+    bool written = false;
+    if (target != Refused) {
+        QSettings settings(target == NewFile ? QString::fromLocal8Bit(next.path().c_str()) : path,
+                           QSettings::IniFormat);
+        if (utf8)
+            settings.setIniCodec("UTF-8");
+        for (size_t i = 0; i < values.size(); ++i)
+            settings.setValue(values[i].first, values[i].second);
+        settings.sync();
+        written = settings.status() == QSettings::NoError;
+        if (target == NewFile) {
+            std::map<std::string, Snapshot>::const_iterator last = seen().find(s.path);
+            written = written && next.install(settings.allKeys().size(),
+                                              last == seen().end() ? 0 : last->second.step);
+            // Its name gone, QSettings finds the new file empty and keeps nothing of it.
+            if (written)
+                settings.sync();
+        }
     }
-    // After the system-wide sync(): a complete file is on the medium and the copy can go. Keys
-    // are not compared here: QSettings may have rewritten a hand-made file's key lines.
-    if (s.copied && s.after.exists && !cutShort(s.after.bytes)) {
-        s.emptyCopy();
-    } else if (s.copied) {
-        s.takeOverCopy();
-        s.after = snapshot(s.path);
-    }
-    // QSettings keeps the time step it saw after writing: a later change that brings the file
-    // back to that step and size must still be noticed.
-    Snapshot& last = seen()[s.path];
-    last = s.after;
-    last.step = s.writtenStep;
+    if (target == InPlace)
+        s.writtenInPlace();
+    // The panel may lose power at any moment.
+    ::sync();
+    return written;
 }
 
 }  // namespace KRVCTRL

@@ -1,37 +1,44 @@
-// Guards every access of the driver to a settings file through QSettings.
+// Every access of the driver to a settings file through QSettings goes through here.
 //
-// Qt 4 rewrites a settings file in place (truncate, then write), so a kill or power cut in the
-// middle leaves it empty or cut short; and both Qt versions keep a parsed copy per process that
-// they reread only when the file's size or modification time changes (Qt 4: whole seconds,
-// Qt 5: milliseconds). Around each access this class
-// - fills a synced copy of the file beside it ("<file>.krvcopy", mode 0600) for the length of a
-//   write, and on any access puts it back in place when it finds the file damaged (empty, not
-//   ending in a line break, holding a zero byte, or missing a key the copy has), then empties
-//   it (an empty copy stays in place);
-// - moves the modification time one step on when the file changed behind Qt's back without a
-//   visible change, and after a write when the write left size and time step as they were, so
-//   the parsed copies of this and every other process are reread.
-// All accesses of the process are serialised by one mutex held from construction to
-// destruction. Construct it before the QSettings object and destroy it after that object.
+// The panel may lose power at any moment, and other programs of the panel (its GUI, the
+// remote-view service) read these files at boot before any driver runs: a write never changes a
+// file in place. Its new contents go into a new file beside it, "<file>.krvnew-<pid>-<n>",
+// written by QSettings from a copy of the file's bytes; that file is checked whole, given the
+// file's owner and mode, fsynced and renamed over the file, then the system-wide sync() runs. A
+// failure before the rename leaves the file as it was and removes the new file. Where no file can
+// be made beside it (a read-only directory) the write goes to the file itself, as the panel's Qt
+// makes it. The new files of writes killed in between, and the lock and temporary files Qt 5 makes
+// for them, are removed by the next process's first access of the file, once the process that
+// made them is gone; nothing else beside a file is touched.
+//
+// Both Qt versions keep a parsed copy of each file per process that they reread only when the
+// file's size or modification time changes (Qt 4: whole seconds, Qt 5: milliseconds). A file
+// changed behind Qt's back without a visible change has its modification time moved one step on
+// before a read, and every write leaves the file a later step than it had, so that the parsed
+// copies of this and every other process are reread.
+//
+// All accesses of the process are serialised by one mutex.
 #pragma once
 
 #include <QString>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace KRVCTRL {
 
 class SettingsFile {
 public:
-    enum Access { Read, Write };
-
-    SettingsFile(const QString& path, Access access);
+    // A read: constructed before the QSettings object on `path`, destroyed after it.
+    explicit SettingsFile(const QString& path);
     ~SettingsFile();
     SettingsFile(const SettingsFile&) = delete;
     SettingsFile& operator=(const SettingsFile&) = delete;
 
-    // After QSettings::sync() of a write and before the system-wide sync(): makes the write
-    // visible to every reader's parsed copy.
-    void written();
+    // Sets each "/group/key" path to its text (with the UTF-8 codec unless `utf8` is false), then
+    // sync(). False when the file was left as it was.
+    static bool write(const QString& path, const std::vector<std::pair<QString, QString>>& values,
+                      bool utf8);
 
 private:
     struct State;
