@@ -8,8 +8,8 @@
 //   krv_bench ntp ROUNDS                  ExecNTP against the peer's NTP server, and a bare
 //                                         exchange
 //   krv_bench footprint DEVICES           resident memory and threads added per device
-//   krv_bench settings ROUNDS             a settings write ("WEXA_WRITE(6=..)") and the bare
-//                                         QSettings write it is built on
+//   krv_bench settings ROUNDS DRIVER      a settings write ("WEXA_WRITE(6=..)") of this driver and
+//                                         of DRIVER (the same library built at another commit)
 //
 // Runs only inside the panel sandbox (see run.sh).
 #include <arpa/inet.h>
@@ -26,7 +26,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QSettings>
 #include <QString>
 
 #include <atomic>
@@ -89,7 +88,7 @@ const char kVncPath[] = "/etc/iot_cfg/vncConfig.ini";
 // host's records every service call and would add its own allocations to the driver's.
 class Panel {
 public:
-    Panel() : library_(KRV_DRIVER_PATH), flags_(kPollFlags, 3) {
+    explicit Panel(const char* driver = KRV_DRIVER_PATH) : library_(driver), flags_(kPollFlags, 3) {
         if (!library_.loaded()) {
             std::fprintf(stderr, "cannot load the driver: %s\n", library_.error().c_str());
             std::exit(1);
@@ -506,36 +505,22 @@ int churnMode(int rounds) {
 
 // ---- settings writes ----
 
-// The write as the driver made it before it guarded against kills and stale parsed copies:
-// QSettings on the file itself under the configuration lock, sync(), then the system's sync().
-void bareSettingsWrite(const char* milliseconds) {
-    const int lock = ::open(kLockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    ::flock(lock, LOCK_EX);
-    {
-        QSettings settings(QString::fromLatin1(kAppCfgPath), QSettings::IniFormat);
-        settings.setIniCodec("UTF-8");
-        settings.setValue(QString::fromLatin1("/DEVICE/backlight_duration"),
-                          QString::fromLatin1(milliseconds));
-        settings.sync();
-    }
-    ::sync();
-    ::flock(lock, LOCK_UN);
-    ::close(lock);
-}
-
-// Same-length values in turn, the two writers interleaved so that both see the same medium.
-int settingsMode(int rounds) {
+// Same-length values in turn, through this driver and through `baseline` loaded beside it in the
+// same process, the two interleaved so that both meet the same medium and the same file.
+int settingsMode(int rounds, const char* baseline) {
     Panel& p = panel();
-    std::vector<double> bare, driver;
+    Panel base(baseline);
+    std::vector<double> before, now;
     for (int i = 0; i < rounds; ++i) {
-        bare.push_back(medianMs(1, [&] { bareSettingsWrite(i % 2 ? "61000" : "62000"); }));
-        driver.push_back(
+        before.push_back(
+            medianMs(1, [&] { base.command(i % 2 ? "WEXA_WRITE(6=61)" : "WEXA_WRITE(6=62)"); }));
+        now.push_back(
             medianMs(1, [&] { p.command(i % 2 ? "WEXA_WRITE(6=62)" : "WEXA_WRITE(6=61)"); }));
     }
-    std::sort(bare.begin(), bare.end());
-    std::sort(driver.begin(), driver.end());
-    std::printf("settings qt=%d rounds=%d bare_ms=%.3f driver_ms=%.3f\n", QT_VERSION >> 16, rounds,
-                bare[bare.size() / 2], driver[driver.size() / 2]);
+    std::sort(before.begin(), before.end());
+    std::sort(now.begin(), now.end());
+    std::printf("settings qt=%d rounds=%d base_ms=%.3f driver_ms=%.3f\n", QT_VERSION >> 16, rounds,
+                before[before.size() / 2], now[now.size() / 2]);
     return 0;
 }
 
@@ -553,8 +538,8 @@ int main(int argc, char** argv) {
         return footprintMode(argc > 2 ? std::atoi(argv[2]) : 10);
     if (mode == "churn")
         return churnMode(argc > 2 ? std::max(1, std::atoi(argv[2])) : 2000);
-    if (mode == "settings")
-        return settingsMode(argc > 2 ? std::max(1, std::atoi(argv[2])) : 200);
+    if (mode == "settings" && argc > 3)
+        return settingsMode(std::max(1, std::atoi(argv[2])), argv[3]);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

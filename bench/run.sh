@@ -5,7 +5,8 @@
 #
 #   bench/run.sh [BUILD_DIR]     (default: build-bench next to this directory)
 # The settings write is measured against the panel's Qt 4 as well when a QtCore 4.8 prefix is at
-# $KRV_QT4_HOST (default /opt/qt4-host), in BUILD_DIR-qt4.
+# $KRV_QT4_HOST (default /opt/qt4-host), in BUILD_DIR-qt4; its baseline is the driver at
+# $KRV_BENCH_SETTINGS_BASE (a git commit), built in BUILD_DIR/settings-base.
 set -eu
 
 SRC=$(realpath "$(dirname "$0")/..")
@@ -44,14 +45,34 @@ box strace -f -ttt -o "$OUT/ntp.strace" -e trace=execve,sendto,recvfrom,exit_gro
     "$BIN" ntp 1 >/dev/null 2>&1 || true
 
 echo "settings writes..." >&2
-box "$BIN" settings 200 >"$OUT/settings.txt" 2>"$OUT/settings.err"
+# Row 8 against the driver as it was at $KRV_BENCH_SETTINGS_BASE (default: the commit before settings
+# writes went through a new file renamed over the old one), built in BUILD_DIR/settings-base.
+BASE_REF=${KRV_BENCH_SETTINGS_BASE:-f1eaebb}
+baseline() { # baseline BUILD_DIR [CMAKE_ARG...]: builds it, prints the driver's path
+    local dir=$1/settings-base rev
+    shift
+    rev=$(git -C "$SRC" rev-parse --verify -q "$BASE_REF^{commit}") || return 1
+    if [ "$(cat "$dir/src.rev" 2>/dev/null)" != "$rev" ]; then
+        rm -rf "$dir" && mkdir -p "$dir/src" && git -C "$SRC" archive "$rev" | tar -x -C "$dir/src" &&
+            echo "$rev" >"$dir/src.rev" || return 1
+    fi
+    cmake -S "$dir/src" -B "$dir/build" -DCMAKE_BUILD_TYPE=Release -DKRV_BUILD_TESTS=OFF "$@" \
+        >/dev/null && cmake --build "$dir/build" -j"$JOBS" --target krvcontrol_armv5 >/dev/null &&
+        echo "$dir/build/lib/libkrvcontrol_armv5.so.1"
+}
+settings() { # settings BUILD_DIR [CMAKE_ARG...]: row 8 on that build
+    local base
+    base=$(baseline "$@") || { echo "no baseline driver at $BASE_REF: row 8 skipped" >&2; return; }
+    "$SANDBOX" --bind "$SRC" --bind "$1" -- "$1/bin/krv_bench" settings 200 "$base" \
+        >>"$OUT/settings.txt" 2>>"$OUT/settings.err"
+}
+settings "$BUILD"
 QT4=${KRV_QT4_HOST:-/opt/qt4-host}
 if [ -f "$QT4/lib/libQtCore.so.4" ]; then
     cmake -S "$SRC" -B "$BUILD-qt4" -DCMAKE_BUILD_TYPE=Release -DKRV_BUILD_TESTS=ON \
         -DKRV_BUILD_BENCH=ON -DKRV_QT4_DIR="$QT4" >/dev/null
     cmake --build "$BUILD-qt4" -j"$JOBS" --target krv_bench krvcontrol_armv5 >/dev/null
-    "$SANDBOX" --bind "$SRC" --bind "$BUILD-qt4" -- "$BUILD-qt4/bin/krv_bench" settings 200 \
-        >>"$OUT/settings.txt" 2>"$OUT/settings-qt4.err"
+    settings "$BUILD-qt4" -DKRV_QT4_DIR="$QT4"
 fi
 
 echo "footprint..." >&2
