@@ -5,6 +5,8 @@
 #include <glob.h>
 #include <stdint.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 
@@ -131,6 +133,30 @@ bool locate(const Context& ctx, const std::string& soname, ElfFile& found) {
     return false;
 }
 
+// GLIBCXX_3.4.9 before GLIBCXX_3.4.21: numbers compared as numbers.
+bool versionBefore(const std::string& a, const std::string& b) {
+    size_t i = 0, k = 0;
+    while (i < a.size() && k < b.size()) {
+        if (isdigit(static_cast<unsigned char>(a[i])) &&
+            isdigit(static_cast<unsigned char>(b[k]))) {
+            char* endA = nullptr;
+            char* endB = nullptr;
+            const unsigned long x = std::strtoul(a.c_str() + i, &endA, 10);
+            const unsigned long y = std::strtoul(b.c_str() + k, &endB, 10);
+            if (x != y)
+                return x < y;
+            i = static_cast<size_t>(endA - a.c_str());
+            k = static_cast<size_t>(endB - b.c_str());
+        } else if (a[i] != b[k]) {
+            return a[i] < b[k];
+        } else {
+            ++i;
+            ++k;
+        }
+    }
+    return a.size() - i < b.size() - k;
+}
+
 void checkVersions(Context& ctx) {
     std::vector<std::string> files;
     for (size_t i = 0; i < ctx.driver.versionNeeds.size(); ++i) {
@@ -160,6 +186,7 @@ void checkVersions(Context& ctx) {
             if (!lib.definesVersion(need.version))
                 missing.push_back(need.version);
         }
+        std::sort(missing.begin(), missing.end(), versionBefore);
         if (missing.empty()) {
             ctx.report.add(kPass, kArea, check,
                            format("%s defines all %d the driver needs", lib.path.c_str(), wanted));

@@ -1,0 +1,146 @@
+// krv-panel-check on the simulated panel: a healthy panel gives no FAIL and is left exactly as it
+// was; a panel broken in one way gives exactly the FAIL of that check, and as exit status 1.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "Sandbox.h"
+
+using namespace krv_test;
+
+namespace {
+
+const std::string kRuntime =
+    std::string(" --runtime ") + KRV_QTCORE_FILE + " --runtime " + KRV_RUNTIME_FILE + " --runtime ";
+const std::string kHealthyRuntime = kRuntime + KRV_HAL_FILE;
+const char kResolver[] = "# the panel's LAN\nsearch lan\nnameserver 10.0.0.1\n";
+
+struct Outcome {
+    int status;
+    std::vector<std::string> fails;  // the checks that FAIL, in the order printed
+    std::string out;
+};
+
+// Runs the check with `arguments` (JSON output); `env` goes before the program.
+Outcome check(const std::string& arguments, const std::string& env = "") {
+    const CommandResult r =
+        run(env + " " + KRV_TEST_EMULATOR + " " + KRV_PANEL_CHECK + " --json " + arguments);
+    Outcome outcome{r.status, {}, r.out};
+    const std::string fail = "\"status\": \"FAIL\"", name = "\"check\": \"";
+    for (size_t at = 0; (at = r.out.find(fail, at)) != std::string::npos; ++at) {
+        const size_t start = r.out.find(name, at) + name.size();
+        outcome.fails.push_back(r.out.substr(start, r.out.find('"', start) - start));
+    }
+    return outcome;
+}
+
+// Everything the driver could touch on the panel, with size, modification time and mode.
+std::string listing() {
+    return run("find /etc /usr/wexa_app /storage /tmp -printf '%p %y %s %T@ %m\\n' | sort").out;
+}
+
+class PanelCheck : public ::testing::Test {
+protected:
+    void SetUp() override {
+        writeFile("/etc/timezone", "Etc/UTC\n");
+        writeFile("/etc/resolv.conf", kResolver);
+        writeFile(kNtpCfg,
+                  "[NTP_PARAM]\nntp_switch=1\nntp_mode=0\nntp_freq=2\n"
+                  "ntp_server1=ntp.panel.test\nntp_server2=10.0.0.1\nntp_server3=\n"
+                  "ntp_server4=\n");
+    }
+};
+
+TEST_F(PanelCheck, HealthyPanelPassesAndIsLeftAsItWas) {
+    const std::string before = listing();
+    const CommandResult table =
+        run(std::string(KRV_TEST_EMULATOR) + " " + KRV_PANEL_CHECK + kHealthyRuntime);
+    EXPECT_EQ(table.status, 0) << table.out;
+    EXPECT_NE(table.out.find("0 FAIL, 0 WARN"), std::string::npos) << table.out;
+    EXPECT_EQ(listing(), before);
+}
+
+// Each case breaks the panel in one way (a shell command, undone afterwards), or gives the
+// check other libraries or another PATH.
+TEST_F(PanelCheck, EachBrokenPanelGivesExactlyItsFail) {
+    const std::string config = "/usr/wexa_app/config", lock = "/tmp/wexa_app_conf.lck";
+    const std::string noPing =
+        "mkdir -p /tmp/noping && for p in sh date dmesg rm env qemu-arm; do "
+        "! command -v $p >/dev/null || ln -sf $(command -v $p) /tmp/noping/$p; done";
+    const struct {
+        std::string make, undo, runtime, env, fail;
+        bool held = false;  // another process holds the resolver's lock file for good
+    } cases[] = {
+        {"mount --bind " + config + " " + config + " && mount -o remount,bind,ro " + config,
+         "umount " + config, kHealthyRuntime, "", "settings directory " + config},
+        {"mkfifo " + lock, "rm " + lock, kHealthyRuntime, "", "lock file " + lock},
+        {"", "", kHealthyRuntime, "", "lock file /tmp/dns_access_lock.lck", true},
+        {"printf 'nameserver\\t10.0.0.1\\n' > /etc/resolv.conf", "", kHealthyRuntime, "",
+         "resolver file /etc/resolv.conf"},
+        {"printf '  nameserver 10.0.0.1\\n' > /etc/resolv.conf", "", kHealthyRuntime, "",
+         "resolver file /etc/resolv.conf"},
+        {"printf 'nameserver 10.0.0.1 # LAN\\n' > /etc/resolv.conf", "", kHealthyRuntime, "",
+         "resolver file /etc/resolv.conf"},
+        {"rm /etc/timezone", "", kHealthyRuntime, "", "time zone"},
+        {noPing, "rm -r /tmp/noping", kHealthyRuntime, "/usr/bin/env PATH=/tmp/noping", "ping"},
+        {"printf 'cpu 1 2 3 4 5 6 7 8 9 10\\n' > /tmp/stat && mount --bind /tmp/stat /proc/stat",
+         "umount /proc/stat", kHealthyRuntime, "", "/proc/stat"},
+        {"", "", kRuntime + KRV_REFUSING_HAL_FILE, "", "interfaces (channels 1, 2, 8, 9)"},
+        {"", "", std::string(" --runtime ") + KRV_OLD_CXX_FILE + kHealthyRuntime, "",
+         "symbol versions of libstdc++.so.6"},
+        {"", "", kHealthyRuntime + " --runtime " + KRV_OTHER_LAYOUT_FILE, "", "std::string layout"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fail + " after: " + c.make);
+        ASSERT_EQ(run(c.make).status, 0);
+        pid_t holder = -1;
+        if (c.held) {
+            int ready[2];
+            ASSERT_EQ(pipe(ready), 0);
+            holder = fork();
+            if (holder == 0) {
+                flock(open("/tmp/dns_access_lock.lck", O_RDONLY | O_CREAT, 0666), LOCK_EX);
+                if (write(ready[1], "", 1) == 1)
+                    pause();
+                _exit(0);
+            }
+            char byte;
+            ASSERT_EQ(read(ready[0], &byte, 1), 1);
+            close(ready[0]);
+            close(ready[1]);
+        }
+        const Outcome outcome = check(c.runtime, c.env);
+        EXPECT_EQ(outcome.fails, std::vector<std::string>{c.fail}) << outcome.out;
+        EXPECT_EQ(outcome.status, 1);
+        if (holder > 0) {
+            kill(holder, SIGKILL);
+            waitpid(holder, nullptr, 0);
+        }
+        run(c.undo);
+        SetUp();
+    }
+}
+
+// With --network: the driver's probes (the public resolver for the address, the name server for
+// the name), the names, and one SNTP exchange with the first server, the clock left alone.
+TEST_F(PanelCheck, NetworkProbesReachTheServers) {
+    NtpServer chrony;
+    ASSERT_TRUE(chrony.ok());
+    clearShimCalls();
+    const Outcome outcome = check(kHealthyRuntime + " --network");
+    EXPECT_TRUE(outcome.fails.empty()) << outcome.out;
+    for (const char* pass : {"probe of 223.5.5.5", "probe of 10.0.0.1", "SNTP ntp.panel.test"})
+        EXPECT_NE(
+            outcome.out.find(std::string("\"PASS\", \"area\": \"network\", \"check\": \"") + pass),
+            std::string::npos)
+            << pass << "\n"
+            << outcome.out;
+    for (const std::string& call : shimCalls())
+        EXPECT_EQ(call.rfind("date [-s]", 0), std::string::npos) << call;
+}
+
+}  // namespace
