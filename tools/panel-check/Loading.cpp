@@ -2,7 +2,8 @@
 // against the driver's, the HAL and its six functions, and the driver loaded as the runtime loads
 // it. Libraries are read as files; what is loaded is loaded in a child process.
 #include <dlfcn.h>
-#include <glob.h>
+#include <dirent.h>
+#include <fnmatch.h>
 #include <stdint.h>
 
 #include <algorithm>
@@ -76,11 +77,19 @@ void configuredDirectories(const std::string& file, int depth, std::vector<std::
             std::string pattern(line, line.find_first_not_of(" \t", 7));
             if (pattern[0] != '/')
                 pattern = directoryOf(file) + "/" + pattern;
-            glob_t found;
-            if (glob(pattern.c_str(), 0, nullptr, &found) == 0)
-                for (size_t i = 0; i < found.gl_pathc; ++i)
-                    configuredDirectories(found.gl_pathv[i], depth + 1, dirs);
-            globfree(&found);
+            // Patterns name files of one directory, e.g. ld.so.conf.d/*.conf.
+            const std::string dir = directoryOf(pattern);
+            const std::string name(pattern, pattern.rfind('/') + 1);
+            std::vector<std::string> files;
+            if (DIR* listing = opendir(dir.c_str())) {
+                while (const struct dirent* entry = readdir(listing))
+                    if (fnmatch(name.c_str(), entry->d_name, FNM_PERIOD) == 0)
+                        files.push_back(dir + "/" + entry->d_name);
+                closedir(listing);
+            }
+            std::sort(files.begin(), files.end());
+            for (size_t i = 0; i < files.size(); ++i)
+                configuredDirectories(files[i], depth + 1, dirs);
         } else if (!startsWith(line, "hwcap")) {
             dirs.push_back(line);
         }
