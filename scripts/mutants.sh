@@ -229,3 +229,13 @@ ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
 # The symbol-version ceiling of the panel bundle's ABI check
 abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
+# krv-panel-check: the driver's rules applied to a panel, one cause giving one FAIL, nothing changed
+check-resolver-tab-accepted @@ ../../tools/panel-check/Rules.cpp @@ line.size() <= 10 || line[10] != ' ') { @@ line.size() <= 10 || (line[10] != ' ' && line[10] != '\t')) {
+check-resolver-comment-cut @@ ../../tools/panel-check/Rules.cpp @@ trimmed(std::string(line, valueStart)) @@ trimmed(std::string(line, valueStart, hash - valueStart))
+check-lock-fifo-opened @@ ../../tools/panel-check/Files.cpp @@     if (kind) { @@     if (kind && !S_ISFIFO(st.st_mode)) {
+check-stat-one-blank @@ ../../tools/panel-check/Rules.cpp @@ if (tokens[0] != "cpu" || !tokens[1].empty()) @@ if (tokens[0] != "cpu")
+check-versions-any @@ ../../tools/panel-check/Loading.cpp @@ if (!lib.definesVersion(need.version)) @@ if (lib.versions.empty())
+check-layout-one-way @@ ../../tools/panel-check/Loading.cpp @@         if (layout != wanted) { @@         if (layout != wanted && layout == kNewLayout) {
+check-read-only-unseen @@ ../../tools/panel-check/Files.cpp @@ if (known && (fs.f_flag & ST_RDONLY)) { @@ if (false) {
+check-cause-failed-twice @@ ../../tools/panel-check/Loading.cpp @@     if (ctx.loadingFailed)¶        ctx.report.add(kWarn @@     if (false)¶        ctx.report.add(kWarn
+check-lock-created @@ ../../tools/panel-check/Files.cpp @@         if (problem.empty())¶            ctx.report.add(kPass, kArea, check, "not there yet @@         if (problem.empty() && ::close(::open(path.c_str(), O_RDONLY | O_CREAT, 0666)) == 0)¶            ctx.report.add(kPass, kArea, check, "not there yet
