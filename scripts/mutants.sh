@@ -239,3 +239,4 @@ check-layout-one-way @@ ../../tools/panel-check/Loading.cpp @@         if (layou
 check-read-only-unseen @@ ../../tools/panel-check/Files.cpp @@ if (known && (fs.f_flag & ST_RDONLY)) { @@ if (false) {
 check-cause-failed-twice @@ ../../tools/panel-check/Loading.cpp @@     if (ctx.loadingFailed)¶        ctx.report.add(kWarn @@     if (false)¶        ctx.report.add(kWarn
 check-lock-created @@ ../../tools/panel-check/Files.cpp @@         if (problem.empty())¶            ctx.report.add(kPass, kArea, check, "not there yet @@         if (problem.empty() && ::close(::open(path.c_str(), O_RDONLY | O_CREAT, 0666)) == 0)¶            ctx.report.add(kPass, kArea, check, "not there yet
+check-lock-held-unseen @@ ../../tools/panel-check/Files.cpp @@ LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; @@ LOCK_SH | LOCK_NB) != 0 && errno == EINTR;
