@@ -1,11 +1,12 @@
 #!/bin/bash
-# doc_sessions.sh KRV_SIM CODES_DOC DOC...
-# Every session written down in the DOCs (a ```krv-sim block) is replayed in a panel of its own:
-# its "> " lines go to `krv-sim --echo`, whose output must be the block, "…" standing for any
-# text within a line. CODES_DOC must hold the result-code table as `krv-sim --codes` prints it.
+# doc_sessions.sh KRV_SIM SOURCE_DIR
+# Every session written down in the engineers' docs (a ```krv-sim block) is replayed in a panel of
+# its own: its "> " lines go to `krv-sim --echo`, whose output must be the block, "…" standing for
+# any text within a line. docs/result-codes.md must hold the result-code table as
+# `krv-sim --codes` prints it, and every function of CONTRIBUTING.md's map must be in its file.
 set -u
-sim=$1 codes=$2
-shift 2
+sim=$1 top=$2
+codes=$top/docs/result-codes.md
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failed=0
@@ -28,7 +29,7 @@ compare() {
         END { if ((getline e < expected) > 0) exit 1 }' "$2"
 }
 
-for doc in "$@"; do
+for doc in "$top"/docs/{commands,channels,result-codes}.md; do
     rm -f "$work"/block.*
     awk -v dir="$work" '/^```krv-sim$/ { f = sprintf("%s/block.%03d", dir, ++n); print NR > f; next }
         /^```/ { f = "" } f { print > f }' "$doc"
@@ -50,4 +51,12 @@ if ! sed -n '/^| Code | krv-sim says/,/^$/p' "$codes" | grep '^|' | diff - "$wor
     echo "$codes: the result-code table is not the one of krv-sim --codes (> lines)"
     failed=1
 fi
+while IFS='|' read -r _ _ functions files _; do
+    f=($(grep -o '`[^`]*`' <<<"$functions" | tr -d '`'))
+    p=($(grep -o '`[^`]*`' <<<"$files" | tr -d '`'))
+    for i in "${!f[@]}"; do
+        file=$top/device/krv_ctrl/${p[i]:-${p[0]}}
+        grep -qE "^[A-Za-z].*[ *&]${f[i]}\(" "$file" || { echo "CONTRIBUTING.md: no ${f[i]} in $file"; failed=1; }
+    done
+done < <(sed -n '/^| Keyword or channel |/,/^$/p' "$top/CONTRIBUTING.md" | tail -n +3)
 exit $failed
