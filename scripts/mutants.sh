@@ -227,5 +227,8 @@ ip2-checked-as-mask @@ DevBasNet.cpp @@ {DEV_CHL_IP2, CDevBas::IsAvailableIPAddr
 backlight-switch-unchecked @@ AppCfgStore.cpp @@         case DEV_CHL_BACKLIGHT_SWITCH:¶            if (!inRange(value, 0, 1))¶                return false;¶ @@         case DEV_CHL_BACKLIGHT_SWITCH:¶
 ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4; @@ statusName, -result) ? 0 : 4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
+# What the engineers' docs show (killed by docs_sessions at least)
+pwd-command-refreshes @@ DevIOCtrl.cpp @@     if (keyword.CompareNoCase(DEV_MOD_VNC_PWD) == 0)¶        return reported(modVncPwd(data, arguments)); @@     if (keyword.CompareNoCase(DEV_MOD_VNC_PWD) == 0) {¶        if (bas != nullptr)¶            bas->m_refreshDone = 0;¶        return reported(modVncPwd(data, arguments));¶    }
+planted-capture-name-bad-value @@ devliunxsys_log.cpp @@     if (capture < 0)¶        return -3; @@     if (capture < 0)¶        return -4;
 # The symbol-version ceiling of the panel bundle's ABI check
 abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
