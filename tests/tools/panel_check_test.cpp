@@ -88,6 +88,9 @@ TEST_F(PanelCheck, EachBrokenPanelGivesExactlyItsFail) {
         {noPing, "rm -r /tmp/noping", kHealthyRuntime, "/usr/bin/env PATH=/tmp/noping", "ping"},
         {"printf 'cpu 1 2 3 4 5 6 7 8 9 10\\n' > /tmp/stat && mount --bind /tmp/stat /proc/stat",
          "umount /proc/stat", kHealthyRuntime, "", "/proc/stat"},
+        {"printf 'MemTotal: 9 kB\\nMemFree: 5 kB\\nCached: 1 kB\\n' > /tmp/mem && "
+         "mount --bind /tmp/mem /proc/meminfo",
+         "umount /proc/meminfo", kHealthyRuntime, "", "/proc/meminfo"},
         {"", "", kRuntime + KRV_REFUSING_HAL_FILE, "", "interfaces (channels 1, 2, 8, 9)"},
         {"", "", std::string(" --runtime ") + KRV_OLD_CXX_FILE + kHealthyRuntime, "",
          "symbol versions of libstdc++.so.6"},
@@ -101,6 +104,33 @@ TEST_F(PanelCheck, EachBrokenPanelGivesExactlyItsFail) {
         EXPECT_EQ(outcome.status, 1);
         run(c.undo);
         SetUp();
+    }
+}
+
+// The settings files read as Qt reads them: blanks, quotes and ';' comments around values, the
+// last of a repeated key, names in any case with Qt 4 only; what Qt drops or reads as nothing
+// warns.
+TEST_F(PanelCheck, SettingsReadAsQtReadsThem) {
+    const std::string keys = "backlight_status=1\nbacklight_duration=60000\n";
+    const struct {
+        std::string file, status;
+    } cases[] = {
+        {"[DEVICE]\nbuzz_duration = 30 ; ms\nbacklight_status=\"1\"\nbacklight_duration=6e4\n"
+         "backlight_duration=60000\n",
+         "PASS"},
+        {"[DEVICE]\nbuzz_duration=30\nbacklight_status=TRUE\nbacklight_duration=60000\n", "WARN"},
+        {"[DEVICE]\nbuzz_duration=30,40\n" + keys, "WARN"},
+        {"[DEVICE]\nbuzz_duration=30\nbacklight\n" + keys, "WARN"},
+        {"[Device]\nBuzz_Duration=30\n" + keys, KRV_QT_MAJOR == 4 ? "PASS" : "WARN"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        writeFile(kAppCfg, c.file);
+        const std::string out = check(kHealthyRuntime).out;
+        EXPECT_NE(out.find("{\"status\": \"" + c.status +
+                           "\", \"area\": \"files\", \"check\": \"panel settings"),
+                  std::string::npos)
+            << out;
     }
 }
 

@@ -23,6 +23,7 @@ struct Context {
     Report report;
     ElfFile driver;
     bool driverRead = false;
+    int qtMajor = 0;               // of the QtCore the driver needs; 0 when unknown
     std::vector<ElfFile> runtime;  // those of options.runtime that could be read
     // A loading FAIL (missing versions, layout, Qt) already explains why something does not
     // load: later checks then say so as a WARN instead of failing for the same cause.

@@ -212,7 +212,7 @@ void checkSettings(Context& ctx) {
          std::string("create ") + kVncPath + " with [VNCCONFIG] and passwd=", anyValue},
     };
     for (int i = 0; i < 3; ++i) {
-        IniFile ini;
+        IniFile ini(ctx.qtMajor >= 5);  // panels run Qt 4: unknown counts as Qt 4
         checkSettingsFile(ctx, files[i], readOnly[directoryOf(files[i].path) == dir ? 0 : 1], ini);
         if (i != 1)
             continue;

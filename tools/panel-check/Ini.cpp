@@ -1,5 +1,6 @@
 #include "Ini.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -128,16 +129,23 @@ void IniFile::parse(const std::string& text) {
             continue;
         IniValue value = parseValue(std::string(line, equals + 1));
         value.line = number;
-        m_values[group.empty() || group == "General" ? key : group + "/" + key] = value;
+        m_values[group.empty() || group == "General" ? name("", key) : name(group, key)] = value;
     }
 }
 
 bool IniFile::find(const std::string& group, const std::string& key, IniValue& value) const {
-    std::map<std::string, IniValue>::const_iterator it = m_values.find(group + "/" + key);
+    std::map<std::string, IniValue>::const_iterator it = m_values.find(name(group, key));
     if (it == m_values.end())
         return false;
     value = it->second;
     return true;
+}
+
+std::string IniFile::name(const std::string& group, const std::string& key) const {
+    std::string text = group.empty() ? key : group + "/" + key;
+    for (size_t i = 0; i < text.size() && !m_caseSensitive; ++i)
+        text[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+    return text;
 }
 
 int iniInt(const std::string& text, bool& isNumber) {

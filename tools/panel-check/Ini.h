@@ -1,6 +1,7 @@
 // INI files read with QSettings' rules as far as the driver's keys need them: [groups], key=value
 // lines, ';' comments, quoted values and backslash escapes; a later key replaces an earlier one;
-// a value with a comma outside quotes is a list, which the driver reads as an empty text.
+// a value with a comma outside quotes is a list, which the driver reads as an empty text. Qt 4
+// matches groups and keys whatever their case, Qt 5 exactly.
 #pragma once
 
 #include <map>
@@ -17,6 +18,7 @@ struct IniValue {
 
 class IniFile {
 public:
+    explicit IniFile(bool caseSensitive) : m_caseSensitive(caseSensitive) {}
     // False when the file cannot be read.
     bool read(const std::string& path);
     void parse(const std::string& text);
@@ -26,6 +28,9 @@ public:
     bool find(const std::string& group, const std::string& key, IniValue& value) const;
 
 private:
+    std::string name(const std::string& group, const std::string& key) const;
+
+    bool m_caseSensitive;
     std::map<std::string, IniValue> m_values;  // "group/key"
     std::vector<int> m_malformed;
 };

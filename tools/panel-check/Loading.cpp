@@ -220,9 +220,7 @@ int qtMajor(const std::string& soname) {
 }
 
 void checkQtMajor(Context& ctx) {
-    int wanted = 0;
-    for (size_t i = 0; i < ctx.driver.needed.size() && !wanted; ++i)
-        wanted = qtMajor(ctx.driver.needed[i]);
+    const int wanted = ctx.qtMajor;
     std::string seen;
     for (size_t i = 0; i < ctx.runtime.size(); ++i) {
         std::vector<std::string> names = ctx.runtime[i].needed;
@@ -464,6 +462,8 @@ void checkLoading(Context& ctx) {
             ctx.report.add(kFail, kArea, "runtime library " + ctx.options.runtime[i],
                            "cannot be read: " + error, "name the files the runtime loads");
     }
+    for (size_t i = 0; i < ctx.driver.needed.size() && !ctx.qtMajor; ++i)
+        ctx.qtMajor = qtMajor(ctx.driver.needed[i]);
     checkVersions(ctx);
     if (ctx.options.runtime.empty()) {
         ctx.report.add(kWarn, kArea, "runtime libraries", "none given",
