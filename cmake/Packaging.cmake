@@ -1,8 +1,8 @@
 # The panel release: install rules, the release bundle and the checks of the driver's binary
 # interface.
 #
-# Only the "panel" component goes into the bundle: the driver with its SONAME links and the
-# reference docs. The simulated runtime and HAL are never shipped; the panel has its own.
+# Only the "panel" component goes into the bundle: the driver with its SONAME links, the panel
+# check (bin/krv-panel-check) and the reference docs. The simulated runtime and HAL are never shipped; the panel has its own.
 set(KRV_INSTALL_LIBDIR lib)
 set(KRV_INSTALL_DOCDIR share/doc/krvcontrol)
 
@@ -16,6 +16,7 @@ else()
   install(TARGETS krvcontrol_armv5
     LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
 endif()
+install(TARGETS krv-panel-check RUNTIME DESTINATION bin COMPONENT panel)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${KRV_INSTALL_DOCDIR}
   COMPONENT panel OPTIONAL)
 

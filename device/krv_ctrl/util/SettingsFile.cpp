@@ -198,6 +198,7 @@ void dropKilledWrites(const std::string& path) {
     DIR* listing = ::opendir(dir.c_str());
     if (listing == nullptr)
         return;
+    closeOnExec(::dirfd(listing));
     struct stat st;
     while (const struct dirent* entry = ::readdir(listing)) {
         const std::string name = dir + entry->d_name;
@@ -253,6 +254,7 @@ public:
             fd = ::open(m_path.c_str(), flags, mode);
         if (fd < 0)
             return errno == EACCES || errno == EPERM || errno == EROFS ? InPlace : Refused;
+        closeOnExec(fd);
         m_made = true;
         const bool written = writeAll(fd, bytes);
         return ::close(fd) == 0 && written ? NewFile : Refused;
