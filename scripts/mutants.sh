@@ -1,5 +1,5 @@
 #!/bin/bash
-# scripts/mutants.sh [-d DIR] [-n] [NAME...]
+# scripts/mutants.sh [-d DIR] [-n] [-q QT4_PREFIX] [NAME...]
 #
 # Mutation testing of the driver. Each mutant below is one realistic fault (a wrong constant, a
 # dropped term, a swapped offset, a missing call, an inverted test), written as
@@ -12,15 +12,19 @@
 # against the whole suite, stopping at the first failing test. Killed: a test failed or hung.
 # Survived: the suite passed. Broken: the mutant does not build (fix the mutant). The summary
 # gives the score; the exit status is 0 only when every mutant run was killed.
-# -n only checks that every mutant applies. Too slow for CI: about a minute per mutant.
+# -n only checks that every mutant applies. -q builds against the QtCore 4.8 at QT4_PREFIX (the
+# panel's Qt); mutants named qt4-*, whose fault only Qt 4 shows, run only then. Too slow for CI:
+# about a minute per mutant.
 set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
 dir=/tmp/krv-mutants
 dry=
+qt4=
 while [ $# -gt 0 ]; do
     case "$1" in
     -d) dir=$2; shift 2 ;;
     -n) dry=1; shift ;;
+    -q) qt4=$2; shift 2 ;;
     *) break ;;
     esac
 done
@@ -56,7 +60,8 @@ mutants | sed 's/^[^@]*@@ \([^ ]*\) @@.*/\1/' | sort -u | (cd "$src/device/krv_c
 
 if [ -z "$dry" ]; then
     echo "== building the unmutated copy in $build"
-    cmake -S "$src" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKRV_TEST_TIMEOUT=120 >/dev/null &&
+    cmake -S "$src" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKRV_TEST_TIMEOUT=120 \
+        -DKRV_QT4_DIR="$qt4" >/dev/null &&
         cmake --build "$build" -j2 >"$logs/baseline.log" 2>&1 &&
         ctest --test-dir "$build" -j2 >>"$logs/baseline.log" 2>&1 ||
         { echo "mutants.sh: the unmutated tree does not build or pass, see $logs/baseline.log" >&2; exit 1; }
@@ -68,6 +73,10 @@ while IFS= read -r line; do
     file=$src/device/krv_ctrl/${rest%% @@ *} rest=${rest#* @@ }
     find=${rest%% @@ *} put=${rest#* @@ }
     if [ $# -gt 0 ] && ! printf '%s\n' "$@" | grep -qxF "$name"; then
+        continue
+    fi
+    if [ -z "$qt4$dry" ] && [ "${name#qt4-}" != "$name" ]; then
+        printf '%-26s not run: Qt 4 only (-q)\n' "$name"
         continue
     fi
     cp "$file" "$dir/original"
@@ -200,16 +209,20 @@ cpu-steal-added @@ devliunxsys_cpumem.cpp @@ cpu.m_irq + cpu.m_softirq; @@ cpu.m
 cpu-sum-not-wrapped @@ devliunxsys_cpumem.cpp @@ std::uint32_t sum = cpu.m_user + @@ long long sum = static_cast<long long>(cpu.m_user) +
 cpu-range-signed @@ devliunxsys_cpumem.cpp @@ static_cast<unsigned int>(p) > 100u @@ p > 100
 mem-mib-rounded @@ devliunxsys_cpumem.cpp @@ static_cast<double>(kib / 1024) @@ static_cast<double>((kib + 512) / 1024)
-# Settings files shared with other processes, and killed writes
+# Settings files shared with other processes, killed writes and power cuts
 settings-change-unrevealed @@ util/SettingsFile.cpp @@             setStep(path, before.step + 1);¶            before.step += 1; @@             before.step += 1;
-settings-write-step-kept @@ util/SettingsFile.cpp @@         setStep(s.path, s.before.step + 1); @@         s.writtenStep = s.after.step;
+settings-write-step-kept @@ util/SettingsFile.cpp @@         if (stepOf(st.st_mtim) < later)¶            (void)::futimens(fd, times); @@         (void)times;
 settings-only-empty-restored @@ util/SettingsFile.cpp @@ if (now.exists && damaged(now.bytes, left.bytes)) { @@ if (now.exists && now.bytes.empty() && damaged(now.bytes, left.bytes)) {
-settings-keys-unchecked @@ util/SettingsFile.cpp @@     const std::string wanted = keysOf(copy); @@     const std::string wanted;
+settings-keys-unchecked @@ util/SettingsFile.cpp @@ wanted = keysOf(copy); @@ wanted = keysOf(std::string());
 settings-copy-link-followed @@ util/SettingsFile.cpp @@ snapshot(copy, O_NOFOLLOW) @@ snapshot(copy)
-settings-copy-kept @@ util/SettingsFile.cpp @@     if (s.copied && s.after.exists && !cutShort(s.after.bytes)) {¶        s.emptyCopy();¶    } else if (s.copied) { @@     if (s.copied && (!s.after.exists || cutShort(s.after.bytes))) {
-settings-no-copy @@ util/SettingsFile.cpp @@     if (m_state->writing)¶        m_state->copyBeforeWrite(); @@     (void)0;
-settings-temporaries-despite-lock @@ util/SettingsFile.cpp @@         ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0) @@         false)
-settings-temporaries-kept @@ util/SettingsFile.cpp @@     if (access == Write || seen().find(m_state->path) == seen().end()) @@     if (access == Read && seen().find(m_state->path) == seen().end())
+qt4-settings-new-file-not-synced @@ util/SettingsFile.cpp @@ if (::fsync(fd) != 0 || ::rename( @@ if (::rename(
+settings-owner-not-kept @@ util/SettingsFile.cpp @@ (::fchown(fd, m_before.uid, m_before.gid) != 0 || ::fchmod( @@ (::fchmod(
+settings-mode-not-kept @@ util/SettingsFile.cpp @@  || ::fchmod(fd, m_before.mode) != 0)) @@ ))
+system-sync-before-settings-sync @@ util/SettingsFile.cpp @@     State s(path);¶    const std::string file = resolved(s.path); @@     State s(path);¶    ::sync();¶    const std::string file = resolved(s.path);
+settings-foreign-files-removed @@ util/SettingsFile.cpp @@     const std::string prefix = base + kNewMark;¶    if (std::strncmp(name, prefix.c_str(), prefix.size()) != 0)¶        return false; @@     const std::string prefix = base + ".";¶    if (std::strncmp(name, prefix.c_str(), prefix.size()) == 0)¶        return true;
+settings-live-writer-removed @@ util/SettingsFile.cpp @@ return pid == ::getpid() || (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH); @@ return true;
+lock-wait-ends-on-signal @@ util/File.cpp @@     while (result != 0 && errno == EINTR); @@     while (false);
+
 # What the driver costs and leaves behind: descriptors, the NTP worker's rhythm
 lock-refused-fd-leaked @@ util/File.cpp @@ !S_ISREG(st.st_mode))) {¶        ::close(m_fd);¶ @@ !S_ISREG(st.st_mode))) {¶
 lock-file-never-closed @@ util/File.cpp @@ FileLock::~FileLock() {¶    delete m_file;¶} @@ FileLock::~FileLock() {¶}
@@ -223,11 +236,10 @@ sntp-socket-inherited @@ ntp/NtpExec.cpp @@ socket(AF_INET, SOCK_DGRAM | SOCK_CL
 files-inherited @@ util/File.cpp @@ flags | O_CLOEXEC, mode); @@ flags, mode);¶    return fd;
 retries-without-pause @@ ntp/NtpCtrl.cpp @@ retrySleeps = 5; @@ retrySleeps = 0;
 # Durability and order of effects
-settings-not-synced @@ ntp/IniOperator.cpp @@     // The panel may lose power at any moment.¶    ::sync(); @@     // The panel may lose power at any moment.
+settings-not-synced @@ util/SettingsFile.cpp @@     // The panel may lose power at any moment.¶    ::sync(); @@     // The panel may lose power at any moment.
 resolver-rename-not-synced @@ ntp/NtpNet.cpp @@ dnsFilePath);¶        ::sync(); @@ dnsFilePath);
 resolver-synced-before-rename @@ ntp/NtpNet.cpp @@         ::rename(KRVCTRL::dnsFilePathTmp, KRVCTRL::dnsFilePath);¶        ::sync(); @@         ::sync();¶        ::rename(KRVCTRL::dnsFilePathTmp, KRVCTRL::dnsFilePath);
 gui-told-before-write @@ AppCfgStore.cpp @@     const int result = write(setting.key, setting.text);¶    // The GUI rereads the file, so it is told only once the lock is free again.¶    setting.notify(); @@     setting.notify();¶    const int result = write(setting.key, setting.text);
-system-sync-before-settings-sync @@ ntp/IniOperator.cpp @@         settings->sync();¶        written = settings->status() == QSettings::NoError;¶    }¶    guard.written();¶    // The panel may lose power at any moment.¶    ::sync(); @@         ::sync();¶        settings->sync();¶        written = settings->status() == QSettings::NoError;¶    }¶    guard.written();
 # Modes of created files and text encodings
 lock-files-owner-only @@ util/File.cpp @@ kCreateMode = 0777; @@ kCreateMode = 0600;
 kernel-capture-readable @@ devliunxsys_log.cpp @@ O_NOFOLLOW | O_CLOEXEC, 0600); @@ O_NOFOLLOW | O_CLOEXEC, 0644);
