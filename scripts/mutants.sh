@@ -213,7 +213,7 @@ mem-mib-rounded @@ devliunxsys_cpumem.cpp @@ static_cast<double>(kib / 1024) @@ 
 settings-change-unrevealed @@ util/SettingsFile.cpp @@             setStep(path, before.step + 1);¶            before.step += 1; @@             before.step += 1;
 settings-write-step-kept @@ util/SettingsFile.cpp @@         if (stepOf(st.st_mtim) < later)¶            (void)::futimens(fd, times); @@         (void)times;
 settings-only-empty-restored @@ util/SettingsFile.cpp @@ if (now.exists && damaged(now.bytes, left.bytes)) { @@ if (now.exists && now.bytes.empty() && damaged(now.bytes, left.bytes)) {
-settings-keys-unchecked @@ util/SettingsFile.cpp @@ wanted = keysOf(copy); @@ wanted = keysOf(std::string());
+settings-keys-unchecked @@ util/SettingsFile.cpp @@ for (size_t at = 0, end; at < wanted.size(); @@ for (size_t at = wanted.size(), end; at < wanted.size();
 settings-copy-link-followed @@ util/SettingsFile.cpp @@ snapshot(copy, O_NOFOLLOW) @@ snapshot(copy)
 qt4-settings-new-file-not-synced @@ util/SettingsFile.cpp @@ if (::fsync(fd) != 0 || ::rename( @@ if (::rename(
 settings-owner-not-kept @@ util/SettingsFile.cpp @@ (::fchown(fd, m_before.uid, m_before.gid) != 0 || ::fchmod( @@ (::fchmod(
