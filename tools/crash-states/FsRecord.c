@@ -30,7 +30,7 @@ static char dirs[MAX_DIRS][PATH_MAX];
 static int dirCount;
 static struct {
     dev_t dev;
-    ino_t ino;
+    ino64_t ino;
 } files[MAX_FILES];
 static int fileCount;
 static char failOp[16];
@@ -69,7 +69,7 @@ static int watched(const char* path, char* out, int self) {
     return 0;
 }
 
-static int fileOf(const struct stat* st) {
+static int fileOf(const struct stat64* st) {
     for (int i = fileCount - 1; i >= 0; --i)
         if (files[i].dev == st->st_dev && files[i].ino == st->st_ino)
             return i;
@@ -77,7 +77,7 @@ static int fileOf(const struct stat* st) {
 }
 
 /* A new file: a later file with the same inode number is another one. */
-static int newFile(const struct stat* st) {
+static int newFile(const struct stat64* st) {
     if (fileCount == MAX_FILES)
         abort();
     files[fileCount].dev = st->st_dev;
@@ -87,8 +87,8 @@ static int newFile(const struct stat* st) {
 
 /* The number of the recorded file open at `fd`, or -1. */
 static int fdFile(int fd) {
-    struct stat st;
-    return traceFd >= 0 && fstat(fd, &st) == 0 ? fileOf(&st) : -1;
+    struct stat64 st;
+    return traceFd >= 0 && fstat64(fd, &st) == 0 ? fileOf(&st) : -1;
 }
 
 static void emit(const char* format, ...) {
@@ -139,14 +139,14 @@ int krv_fsrecord_start(const char* trace, const char* dirList) {
     for (int i = 0; fd >= 0 && i < dirCount; ++i) {
         DIR* listing = opendir(dirs[i]);
         for (struct dirent* entry; listing && (entry = readdir(listing));) {
-            struct stat st;
+            struct stat64 st;
             char bytes[65536];
             const int file =
                 snprintf(path, sizeof path, "%s/%s", dirs[i], entry->d_name) >= (int)sizeof path
                     ? -1
                     : nextOpenat(AT_FDCWD, path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
             const ssize_t size = file < 0 ? -1 : read(file, bytes, sizeof bytes);
-            if (file >= 0 && fstat(file, &st) == 0 && S_ISREG(st.st_mode) && size >= 0) {
+            if (file >= 0 && fstat64(file, &st) == 0 && S_ISREG(st.st_mode) && size >= 0) {
                 emit("init %s %d %o %ld %ld ", path, newFile(&st), st.st_mode & 07777,
                      (long)st.st_uid, (long)st.st_gid);
                 emitHex(bytes, (size_t)size);
@@ -188,17 +188,17 @@ int krv_fsrecord_failed(void) {
 static int opened(int dirfd, const char* path, int flags, mode_t mode,
                   int (*next)(int, const char*, int, ...)) {
     char name[PATH_MAX];
-    struct stat st;
+    struct stat64 st;
     const int tmp = (flags & O_TMPFILE) == O_TMPFILE;
     pthread_mutex_lock(&mutex);
     const int seen = (dirfd == AT_FDCWD || path[0] == '/') && watched(path, name, tmp);
-    const int existed = seen && !tmp && lstat(name, &st) == 0;
+    const int existed = seen && !tmp && lstat64(name, &st) == 0;
     int fd;
     if (seen && !existed && (flags & O_CREAT) && failing("create"))
         fd = -1;
     else
         fd = next(dirfd, path, flags, mode);
-    if (fd >= 0 && seen && fstat(fd, &st) == 0) {
+    if (fd >= 0 && seen && fstat64(fd, &st) == 0) {
         if (tmp || (!existed && (flags & O_CREAT)))
             emit("create %s %d %o\n", tmp ? "-" : name, newFile(&st), st.st_mode & 07777);
         else if ((flags & O_TRUNC) && (flags & O_ACCMODE) != O_RDONLY && fileOf(&st) >= 0)
@@ -263,11 +263,11 @@ static ssize_t written(int fd, const void* data, size_t size, off64_t at,
                        ssize_t (*next)(int, const void*, size_t, off64_t)) {
     pthread_mutex_lock(&mutex);
     const int file = fdFile(fd);
-    struct stat st;
+    struct stat64 st;
     ssize_t n;
     if (file >= 0 && at < 0)
-        at = (fcntl(fd, F_GETFL) & O_APPEND) && fstat(fd, &st) == 0 ? st.st_size
-                                                                    : lseek64(fd, 0, SEEK_CUR);
+        at = (fcntl(fd, F_GETFL) & O_APPEND) && fstat64(fd, &st) == 0 ? st.st_size
+                                                                      : lseek64(fd, 0, SEEK_CUR);
     if (file >= 0 && failing("write"))
         n = -1;
     else
@@ -407,13 +407,13 @@ int unlink(const char* path) {
 /* Qt's unnamed temporary files get their name this way. */
 int linkat(int olddir, const char* from, int newdir, const char* to, int flags) {
     char name[PATH_MAX];
-    struct stat st;
+    struct stat64 st;
     pthread_mutex_lock(&mutex);
     const int seen =
         newdir == AT_FDCWD && watched(to, name, 0) &&
-        fstatat(olddir, from, &st,
-                flags & (AT_EMPTY_PATH | AT_SYMLINK_FOLLOW) ? flags & AT_EMPTY_PATH
-                                                            : AT_SYMLINK_NOFOLLOW) == 0 &&
+        fstatat64(olddir, from, &st,
+                  flags & (AT_EMPTY_PATH | AT_SYMLINK_FOLLOW) ? flags & AT_EMPTY_PATH
+                                                              : AT_SYMLINK_NOFOLLOW) == 0 &&
         fileOf(&st) >= 0;
     const int r = (int)syscall(SYS_linkat, olddir, from, newdir, to, flags);
     if (seen && r == 0)
