@@ -1,10 +1,14 @@
 # The panel release: install rules, the release bundle and the checks of the driver's binary
 # interface.
 #
-# Only the "panel" component goes into the bundle: the driver with its SONAME links and the
-# reference docs. The simulated runtime and HAL are never shipped; the panel has its own.
+# Only the "panel" component goes into the bundle: the driver with its SONAME links, INSTALL (how
+# to check the panel, install and go back), krv-abi-check and the reference docs. The simulated
+# runtime and HAL are never shipped; the panel has its own.
 set(KRV_INSTALL_LIBDIR lib)
+set(KRV_INSTALL_BINDIR bin)
 set(KRV_INSTALL_DOCDIR share/doc/krvcontrol)
+set(KRV_BUNDLE_NEEDS "" CACHE STRING
+  "The newest C/C++ runtime symbol versions the bundle may need, e.g. GLIBC_2.7,GLIBCXX_3.4.15 (a ceiling the build is checked against), for its INSTALL text; empty: not stated")
 
 if(KRV_PREBUILT_DRIVER)
   # Installed as its own build would: the file under its SONAME and the .so link to it.
@@ -16,8 +20,13 @@ else()
   install(TARGETS krvcontrol_armv5
     LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
 endif()
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${KRV_INSTALL_DOCDIR}
-  COMPONENT panel OPTIONAL)
+install(TARGETS krv-abi-check RUNTIME DESTINATION ${KRV_INSTALL_BINDIR} COMPONENT panel)
+# The reference for a project engineer. Docs about this source tree (building, testing,
+# benchmarks, the code's security review) stay out: the bundle has none of what they point at.
+foreach(doc channels commands result-codes files ntp surprises qt-versions)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/${doc}.md DESTINATION ${KRV_INSTALL_DOCDIR}
+    COMPONENT panel)
+endforeach()
 
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
   set(KRV_PACKAGE_ARCH armel)
@@ -37,6 +46,25 @@ else()
 endif()
 set(CPACK_PACKAGE_FILE_NAME
     ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${KRV_PACKAGE_ARCH}-qt${KRV_QT_MAJOR}-${KRV_PACKAGE_ABI})
+
+set(KRV_BUNDLE_NAME ${CPACK_PACKAGE_FILE_NAME})
+string(REGEX REPLACE "." "=" KRV_BUNDLE_RULE ${KRV_BUNDLE_NAME})
+if(KRV_OLD_STRING_ABI)
+  set(KRV_BUNDLE_LAYOUT "old (pre-C++11)")
+  set(KRV_BUNDLE_FOR "with GCC 4.x, or with _GLIBCXX_USE_CXX11_ABI=0")
+else()
+  set(KRV_BUNDLE_LAYOUT "new (C++11)")
+  set(KRV_BUNDLE_FOR "with GCC 5 or later and its default layout (symbols with std::__cxx11)")
+endif()
+if(KRV_BUNDLE_NEEDS)
+  string(REPLACE "," ", " _krv_needs "${KRV_BUNDLE_NEEDS}")
+  set(KRV_BUNDLE_NEEDS_TEXT "The newest symbol versions of the C/C++ runtime it may need (the build is\n\
+checked against them; a library that has one has every older one of its kind): ${_krv_needs}.")
+else()
+  set(KRV_BUNDLE_NEEDS_TEXT "Which versions of the C library and libstdc++ it needs: step 1 tells.")
+endif()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/bundle/INSTALL.in ${CMAKE_BINARY_DIR}/INSTALL @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/INSTALL DESTINATION . COMPONENT panel)
 set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};${PROJECT_NAME};panel;/")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/package)
