@@ -5,7 +5,10 @@
 # dropped term, a swapped offset, a missing call, an inverted test), written as
 #   name @@ file under device/krv_ctrl (or a path from there) @@ text to find @@ text to put in its place
 # with ¶ standing for a line break. The text to find must occur exactly once in its file, so a
-# mutant still applies after unrelated edits; one that does not is reported as stale.
+# mutant still applies after unrelated edits; one that does not is reported as stale. A fault that
+# only another build shows (a symbol the panel SDK's libstdc++ lacks, say) is judged by a command
+# instead of the suite, written after a further " @@ ": a shell command run from the copied tree
+# with MUTANTS_DIR set to DIR; the mutant is killed when the command fails.
 #
 # The tree is copied to DIR (default /tmp/krv-mutants, never inside the tree) and built there
 # once; then each mutant (or only those named) is applied alone, rebuilt incrementally and run
@@ -66,7 +69,8 @@ killed=0 survived= stale= broken= total=0
 while IFS= read -r line; do
     name=${line%% @@ *} rest=${line#* @@ }
     file=$src/device/krv_ctrl/${rest%% @@ *} rest=${rest#* @@ }
-    find=${rest%% @@ *} put=${rest#* @@ }
+    find=${rest%% @@ *} put=${rest#* @@ } judge=
+    case $put in *" @@ "*) judge=${put#* @@ } put=${put%% @@ *} ;; esac
     if [ $# -gt 0 ] && ! printf '%s\n' "$@" | grep -qxF "$name"; then
         continue
     fi
@@ -84,6 +88,14 @@ while IFS= read -r line; do
     if ! cmake --build "$build" -j2 >"$logs/$name.build" 2>&1; then
         broken="$broken $name"
         result=broken
+    elif [ -n "$judge" ]; then
+        if (cd "$src" && MUTANTS_DIR=$dir sh -c "$judge") >"$logs/$name.test" 2>&1; then
+            survived="$survived $name"
+            result=SURVIVED
+        else
+            killed=$((killed + 1))
+            result="killed by its command ($(grep -m 1 '^FAIL' "$logs/$name.test" || echo failed))"
+        fi
     elif ctest --test-dir "$build" -j2 --stop-on-failure >"$logs/$name.test" 2>&1; then
         survived="$survived $name"
         result=SURVIVED
@@ -229,3 +241,4 @@ ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
 # The symbol-version ceiling of the panel bundle's ABI check
 abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
+abi-wall-clock-wait-passes @@ ../../scripts/check-abi.sh @@ [ $wait = pthread_cond_timedwait ] && imports pthread_condattr_setclock; @@ [ $wait = pthread_cond_timedwait ];
