@@ -8,7 +8,7 @@
 #     old as the panel's C library);
 #   - the driver-only configuration with the SDK's toolchain file and the SDK host's CMake (3.18,
 #     the oldest the driver-only configuration takes), warnings as errors; the bundle from it;
-#   - check-abi.sh on the bundle's driver and on its krv-abi-check, with the layout's ceiling, and
+#   - check-abi.sh on the bundle's driver and on each of its programs, with the layout's ceiling, and
 #     the bundle's texts pointing at nothing outside it;
 #   - the bundle's krv-abi-check, under qemu-arm in the panel sandbox, on a root that holds only
 #     the SDK's C library and C++ runtime (glibc 2.31), the runtime's library preloaded.
@@ -144,7 +144,9 @@ for layout in oldabi newabi; do
     check_abi --lib "$runtime_lib/libwexa-hal.so" --lib "$qt4/lib/libQtCore.so.4" \
         --runtime "$runtime_lib/libwexa-runtime.so" --interface "$top/platform/include" \
         --installed --max-versions "$ceiling" "$bundle/lib/libkrvcontrol_armv5.so"
-    check_abi --program --max-versions "$ceiling" "$bundle/bin/krv-abi-check"
+    for program in "$bundle"/bin/*; do
+        check_abi --program --max-versions "$ceiling" "$program"
+    done
     bundle_texts "$bundle"
     on_sdk_root "$bundle" $layout
 done
