@@ -30,9 +30,9 @@ state="-o Dir::Etc::sourcelist=$apt/sources.list -o Dir::Etc::sourceparts=/dev/n
        -o Dir::State::Lists=$apt/lists -o Dir::State::status=$apt/status -o Dir::Cache=$apt/cache"
 # Debian 11 is past its support: its packages move from the mirrors to the archive some time after.
 for mirror in ${KRV_SDK_MIRROR:-} http://deb.debian.org/debian http://archive.debian.org/debian; do
-    ls "$apt"/lists/*Packages* >/dev/null 2>&1 && break
     echo "deb [arch=amd64] $mirror bullseye main" > "$apt/sources.list"
-    apt-get $state update -qq || rm -f "$apt"/lists/*Packages*
+    rm -f "$apt"/lists/*Packages*
+    apt-get $state update -qq && ls "$apt"/lists/*Packages* >/dev/null 2>&1 && break
 done
 # apt fetches as the unprivileged _apt user.
 chmod 777 "$apt/debs"
