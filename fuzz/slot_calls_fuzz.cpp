@@ -12,8 +12,8 @@
 //   3 InitDevice: length int16, any sign, at most the bytes that follow; then the blob bytes
 //   4 CollectDevData, 5 ChannelRefChange: count int32 (above 32 taken modulo 33), flags bytes
 //   6 SetChannelAddress: two int32   7 DevIOCtrl: length byte, then the text
-//   8 WriteChannel: channel int32, type byte (0..5), then the value of the type it claims
-//     (int32, double, or a length byte and a text)
+//   8 WriteChannel: channel int32, type int32, then the value of the type it claims (int32,
+//     double, or a length byte and a text; any other type: eight bytes)
 //   9 CleanupDevice                   10 CollectDevData with null flags
 #include <algorithm>
 #include <cctype>
@@ -140,7 +140,7 @@ void call(Program& p, host::Runtime& rt, std::unique_ptr<host::Device>& device) 
         }
         case 8: {
             const int channel = p.take<std::int32_t>();
-            const int type = p.take<std::uint8_t>() % 6;
+            const int type = p.take<std::int32_t>();
             int r;
             if (type == DATATYPE_INT) {
                 r = d.writeInt(channel, p.take<std::int32_t>());

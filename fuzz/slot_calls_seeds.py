@@ -15,9 +15,10 @@ def init(data=blob): return b"\x03" + struct.pack("<h", len(data)) + data
 def poll(count, flag=0): return b"\x04" + struct.pack("<i", count) + bytes([flag]) * 32
 def refchange(count): return b"\x05" + struct.pack("<i", count) + bytes([3]) * 32
 def command(text): return b"\x07" + bytes([len(text)]) + text.encode()
-def write_int(ch, v): return b"\x08" + struct.pack("<iB", ch, 1) + struct.pack("<i", v)
-def write_double(ch, v): return b"\x08" + struct.pack("<iB", ch, 2) + struct.pack("<d", v)
-def write_text(ch, t): return b"\x08" + struct.pack("<iB", ch, 3) + bytes([len(t)]) + t.encode()
+def write_int(ch, v): return b"\x08" + struct.pack("<ii", ch, 1) + struct.pack("<i", v)
+def write_double(ch, v): return b"\x08" + struct.pack("<ii", ch, 2) + struct.pack("<d", v)
+def write_text(ch, t): return b"\x08" + struct.pack("<ii", ch, 3) + bytes([len(t)]) + t.encode()
+def write_raw(ch, type): return b"\x08" + struct.pack("<iiq", ch, type, -1)
 def cleanup(): return b"\x09"
 
 
@@ -32,6 +33,8 @@ seeds = {
     "early": create() + poll(3) + cleanup() + cleanup() + refchange(-1) + poll(-1) + init() +
     poll(-5),
     "lost-link": start + comm(2) + poll(19) + comm(1) + poll(19) + destroy(),
+    "extremes": start + write_int(2**31 - 1, 1) + write_text(2**31 - 1, "1") +
+    write_int(-2**31, 1) + write_raw(2**31 - 1, 2**31 - 1) + write_raw(3, -2**31) + poll(19),
 }
 os.makedirs(here, exist_ok=True)
 for name, data in seeds.items():

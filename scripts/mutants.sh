@@ -120,6 +120,10 @@ exit
 #   name never resolves, so the first entry that resolves is the same.
 # - the buzzer switch ignoring the text "false": that text is no number, so its value is 0 anyway.
 # - the period comparison "now - start >= period" as ">": one millisecond apart on a tick count.
+# - a reply time past 2038 set without the range check: only a 32-bit time_t wraps it, so only the
+#   armel legs (scripts/test-armel.sh, test-qt4.sh --armel) catch it, not this host build.
+# - the channel number plus one formed in int: the overflow at INT_MAX is undefined behaviour that
+#   the sanitizer leg reports (scripts/sanitize.sh asan); an unsanitized build wraps it unseen.
 __MUTANTS__
 # Driver entry and device object
 unsized-arrays-skipped @@ DevCtrl.cpp @@ if (m_nMaxChannel > 0 && m_nMaxChannel == count) @@ if (m_nMaxChannel != 0 && m_nMaxChannel == count)
@@ -127,9 +131,9 @@ collect-result-zero @@ DevCtrl.cpp @@     pushChannels();¶    return resultValu
 int-push-rounds @@ DevCtrl.cpp @@ SetChannelInt(channel, truncateToInt(m_valueArray[i])) @@ SetChannelInt(channel, truncateToInt(m_valueArray[i] + 0.5))
 comm-state-not-inverted @@ DevCtrl.cpp @@ m_data.nCommState = 2; @@ m_data.nCommState = 1;
 no-notify-on-command @@ DevCtrl.cpp @@         notifyCommunication();¶        CString command(cmd); @@         CString command(cmd);
-no-notify-on-write @@ DevCtrl.cpp @@         notifyCommunication();¶        // The runtime counts channels from 1 in the command text. @@         // The runtime counts channels from 1 in the command text.
+no-notify-on-write @@ DevCtrl.cpp @@         notifyCommunication();¶        // The runtime counts channels from 1 @@         // The runtime counts channels from 1
 notify-on-null-poll @@ DevCtrl.cpp @@     if (flags == nullptr || count == 0)¶        return 0;¶    notifyCommunication(); @@     notifyCommunication();¶    if (flags == nullptr || count == 0)¶        return 0;
-write-double-format @@ DevCtrl.cpp @@ "WEXA_WRITE(%d=%lf)" @@ "WEXA_WRITE(%d=%g)"
+write-double-format @@ DevCtrl.cpp @@ "WEXA_WRITE(%lld=%lf)" @@ "WEXA_WRITE(%lld=%g)"
 # Command dispatcher
 failed-write-keeps-cache @@ DevIOCtrl.cpp @@         bas->m_refreshDone = 0;¶        return reported(r); @@         if (r == 0)¶            bas->m_refreshDone = 0;¶        return reported(r);
 backlightoff-refusal-lost @@ DevIOCtrl.cpp @@ hal_set_lcd_status(1) != 0 @@ hal_set_lcd_status(1) > 0
@@ -179,8 +183,8 @@ mixed-resolves-addresses @@ ntp/NtpExec.cpp @@             chosen = &all; @@    
 mixed-names-fail-full-list @@ ntp/NtpExec.cpp @@         else if (addressesAnswer)¶            chosen = &addresses; @@         else if (addressesAnswer)¶            chosen = &all;
 mixed-address-fail-full-list @@ ntp/NtpExec.cpp @@         else if (nameServerAnswers)¶            chosen = &names; @@         else if (nameServerAnswers)¶            chosen = &all;
 names-probe-addresses @@ ntp/NtpExec.cpp @@         if (!pingNetWork(false))¶            return execFailed;¶        chosen = &names; @@         if (!pingNetWork(true))¶            return execFailed;¶        chosen = &names;
-names-probe-both @@ ntp/NtpExec.cpp @@ countConfiguredAddresses() == 0 @@ countConfiguredAddresses() < 0
-any-address-probes-addresses @@ ntp/NtpExec.cpp @@ countConfiguredAddresses() == 4 @@ countConfiguredAddresses() > 0
+names-probe-both @@ ntp/NtpExec.cpp @@ classifyServers(all, addresses, names) == 0 @@ classifyServers(all, addresses, names) < 0
+any-address-probes-addresses @@ ntp/NtpExec.cpp @@ classifyServers(all, addresses, names) == 4 @@ classifyServers(all, addresses, names) > 0
 # NTP worker and controls
 period-in-minutes @@ ntp/NtpCtrl.cpp @@ msPerHour = 3600000; @@ msPerHour = 60000;
 shorter-period-no-trigger @@ ntp/NtpCtrl.cpp @@ last.m_ntpFreq != current.m_ntpFreq @@ last.m_ntpFreq < current.m_ntpFreq
@@ -188,6 +192,7 @@ switch-trigger-on-level @@ ntp/NtpCtrl.cpp @@ last.m_ntpSwitch == 0 && current.m
 servers-first-compared @@ ntp/NtpCtrl.cpp @@ if (m_ntpServer[i] != servers[i]) @@ if (i == 0 && m_ntpServer[i] != servers[i])
 servers-not-written @@ ntp/NtpCtrl.cpp @@             m_ntpServer[i] = servers[i];¶        writeCfg(m_cfgPath); @@             m_ntpServer[i] = servers[i];
 period-range @@ ntp/NtpCtrl.cpp @@ static_cast<unsigned>(value) - 1u < 24u @@ static_cast<unsigned>(value) - 1u <= 24u
+period-floor-dropped @@ ntp/NtpCtrl.cpp @@ return ntpFreq < 1 ? 1 : ntpFreq; @@ return ntpFreq;
 # Reachability and name servers
 child-limit-long @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 30000;
 child-limit-short @@ ntp/NtpNet.cpp @@ pingWaitMs = 3000; @@ pingWaitMs = 300;
@@ -195,7 +200,11 @@ nameserver-one-attempt @@ ntp/NtpNet.cpp @@ nameServerAttempts = 4; @@ nameServe
 nameserver-short-pause @@ ntp/NtpNet.cpp @@ nameServerRetryUs = 100 * 1000; @@ nameServerRetryUs = 10 * 1000;
 ping-wait-one-second @@ ntp/NtpNet.cpp @@ "ping -c 1 -W 2 %1 @@ "ping -c 1 -W 1 %1
 probe-last-nameserver @@ ntp/NtpNet.cpp @@ servers.front().c_str() @@ servers.back().c_str()
-nameserver-not-checked @@ ntp/NtpNet.cpp @@ if (!std::regex_match(server, addressPattern)) @@ if (server.empty())
+nameserver-not-checked @@ ntp/NtpNet.cpp @@ if (!NtpCtrl::isNameServerAddress(server)) @@ if (server.empty())
+nameserver-up-to-299 @@ ntp/NtpNet.cpp @@ value > 255 @@ value > 299
+nameserver-zero-led-three-digits @@ ntp/NtpNet.cpp @@ (value < 100 || @@ (value < 0 ||
+nameserver-four-digits @@ ntp/NtpNet.cpp @@ (digits == 0 || digits > 3 || @@ (digits == 0 ||
+nameserver-tail-ignored @@ ntp/NtpNet.cpp @@     return at == text.size(); @@     return true;
 # CPU and memory usage
 cpu-iowait-idle @@ devliunxsys_cpumem.cpp @@ idle = static_cast<long long>(cpu.m_idle); @@ idle = static_cast<long long>(cpu.m_idle + cpu.m_iowait);
 cpu-softirq-left-out @@ devliunxsys_cpumem.cpp @@ cpu.m_irq + cpu.m_softirq; @@ cpu.m_irq;
@@ -216,11 +225,14 @@ settings-temporaries-kept @@ util/SettingsFile.cpp @@     if (access == Write ||
 # What the driver costs and leaves behind: descriptors, the NTP worker's rhythm
 lock-refused-fd-leaked @@ util/File.cpp @@ !S_ISREG(st.st_mode))) {¶        ::close(m_fd);¶ @@ !S_ISREG(st.st_mode))) {¶
 lock-file-never-closed @@ util/File.cpp @@ FileLock::~FileLock() {¶    delete m_file;¶} @@ FileLock::~FileLock() {¶}
-sntp-timeout-socket-leaked @@ ntp/NtpExec.cpp @@ "execNtp", 490);¶        close(sock); @@ "execNtp", 490);
+sntp-socket-left-open @@ ntp/NtpExec.cpp @@         if (m_fd >= 0)¶            close(m_fd); @@         (void)m_fd;
 fault-retry-never-cleared @@ ntp/NtpCtrl.cpp @@     retry = false;¶    pause(); @@     pause();
 fault-logged-every-pass @@ ntp/NtpCtrl.cpp @@     if (!reported)¶        logger_printf( @@     logger_printf(
 fault-no-wait @@ ntp/NtpCtrl.cpp @@ i < retrySleeps && m_running; @@ i < 0 && m_running;
-pause-spins @@ ntp/NtpCtrl.cpp @@ [this] { return !m_running; } @@ [this] { return m_running != 0; }
+pause-spins @@ ntp/WorkerPause.cpp @@ while (!m_stopped && result == 0) @@ while (!m_stopped && result != 0)
+pause-on-wall-clock @@ ntp/WorkerPause.cpp @@ kPauseClock = CLOCK_MONOTONIC; @@ kPauseClock = CLOCK_REALTIME;
+sntp-socket-inherited @@ ntp/NtpExec.cpp @@ socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) @@ socket(AF_INET, SOCK_DGRAM, 0)
+files-inherited @@ util/File.cpp @@ flags | O_CLOEXEC, mode); @@ flags, mode);¶    return fd;
 retries-without-pause @@ ntp/NtpCtrl.cpp @@ retrySleeps = 5; @@ retrySleeps = 0;
 # Durability and order of effects
 settings-not-synced @@ ntp/IniOperator.cpp @@     // The panel may lose power at any moment.¶    ::sync(); @@     // The panel may lose power at any moment.

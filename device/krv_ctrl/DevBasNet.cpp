@@ -17,6 +17,11 @@
 QString vncCfgPath = "/etc/iot_cfg/vncConfig.ini";
 
 namespace {
+// The C library's sscanf under its own name. In C++11, glibc's headers turn sscanf into
+// __isoc99_sscanf, which needs glibc 2.7 and reads "%d" exactly alike (only "%a" differs).
+extern "C" int scanNumbers(const char* text, const char* format, ...) __asm__("sscanf")
+    __attribute__((format(scanf, 2, 3)));
+
 constexpr int kMinVncPwdLength = 6;
 constexpr int kMaxVncPwdLength = 32;
 const char* const kVncPwdKey = "/VNCCONFIG/passwd";
@@ -27,7 +32,7 @@ int isDottedQuad(const char* text, unsigned int firstLow, unsigned int firstHigh
     if (text == nullptr)
         return 0;
     int n[4];
-    if (sscanf(text, "%d.%d.%d.%d", &n[0], &n[1], &n[2], &n[3]) < 4)
+    if (scanNumbers(text, "%d.%d.%d.%d", &n[0], &n[1], &n[2], &n[3]) < 4)
         return 0;
     if (static_cast<unsigned int>(n[0]) - firstLow > firstHigh - firstLow)
         return 0;

@@ -317,18 +317,19 @@ int CDevCtrl::WriteChannel(int channel, DATATYPE type, void* value) {
         if (value == nullptr || channel < 0)
             return DEVCTRL_BAD_ARGUMENT;
         notifyCommunication();
-        // The runtime counts channels from 1 in the command text.
-        const int number = channel + 1;
+        // The runtime counts channels from 1 in the command text; formed in 64 bits, since
+        // INT_MAX + 1 does not fit an int (the dispatcher then refuses the channel).
+        const long long number = static_cast<long long>(channel) + 1;
         CString command;
         switch (type) {
             case DATATYPE_INT:
-                command.Format("WEXA_WRITE(%d=%d)", number, *static_cast<const int*>(value));
+                command.Format("WEXA_WRITE(%lld=%d)", number, *static_cast<const int*>(value));
                 break;
             case DATATYPE_DOUBLE:
-                command.Format("WEXA_WRITE(%d=%lf)", number, *static_cast<const double*>(value));
+                command.Format("WEXA_WRITE(%lld=%lf)", number, *static_cast<const double*>(value));
                 break;
             case DATATYPE_STRING:
-                command.Format("WEXA_WRITE(%d=%s)", number, static_cast<const char*>(value));
+                command.Format("WEXA_WRITE(%lld=%s)", number, static_cast<const char*>(value));
                 break;
             default:
                 break;  // no value: the command stays empty

@@ -12,6 +12,7 @@
 
 #include "devliunxsys_internal.h"
 #include "DevServer.h"
+#include "Text.h"
 
 // ---------------------------------------------------------------------------
 // ToolsBase
@@ -25,19 +26,19 @@ int ToolsBase::ParaCmd(std::string& name, std::vector<std::string>& args,
     if (command.empty() || open == std::string::npos || command.back() != ')') {
         return -5;
     }
-    name = command.substr(0, open);
-    std::string rest = command.substr(open + 1, command.size() - open - 2);
+    name = KRVCTRL::slice(command, 0, open);
+    std::string rest = KRVCTRL::slice(command, open + 1, command.size() - open - 2);
     // Empty arguments are dropped, so positions shift; blanks are kept.
     std::size_t comma;
     while ((comma = rest.find(',')) != std::string::npos) {
-        std::string token = rest.substr(0, comma);
+        std::string token = KRVCTRL::slice(rest, 0, comma);
         if (!token.empty())
             args.push_back(token);
         if (comma + 1 == rest.size()) {
             rest.clear();
             break;
         }
-        rest = rest.substr(comma + 1);
+        rest = KRVCTRL::slice(rest, comma + 1);
     }
     if (!rest.empty())
         args.push_back(rest);
@@ -129,7 +130,7 @@ using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 FilePtr DevOpenForRead(const std::string& path) {
     DEVSYS_INFO("DevReadFile begin", "strFileName = %s", path.c_str());
-    FilePtr file(fopen(path.c_str(), "r"));
+    FilePtr file(fopen(path.c_str(), "re"));  // "e": close-on-exec
     if (!file)
         DEVSYS_INFO("DevReadFile end", "Read strFileName = %s error", path.c_str());
     return file;
@@ -234,7 +235,8 @@ int DevLiunxBase::DevGetCutLen(WEXA_DATA& data, const std::vector<std::string>& 
 int DevLiunxBase::DevDeliverContext(WEXA_DATA& data, const std::string& content, std::size_t cut,
                                     const std::vector<std::string>& args) {
     // Cut on a byte boundary, without regard to lines or multi-byte characters.
-    std::string text = cut < content.size() ? content.substr(content.size() - cut) : content;
+    std::string text =
+        cut < content.size() ? KRVCTRL::slice(content, content.size() - cut) : content;
     if (m_pOpearDb->DevSetParaValue(data, args[2], text) != 0) {
         DevSetStatus(*m_pOpearDb, data, args[3], 4.0);
         return -4;

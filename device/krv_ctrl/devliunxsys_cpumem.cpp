@@ -7,6 +7,7 @@
 
 #include "DevBas.h"
 #include "File.h"
+#include "Text.h"
 #include "devliunxsys.h"
 #include "devliunxsys_internal.h"
 
@@ -30,7 +31,7 @@ std::vector<std::string> DevSplitBlanks(const std::string& text) {
     std::size_t start = 0;
     std::size_t blank;
     while ((blank = text.find(' ', start)) != std::string::npos) {
-        tokens.push_back(text.substr(start, blank - start));
+        tokens.push_back(KRVCTRL::slice(text, start, blank - start));
         start = blank + 1;
     }
     return tokens;
@@ -154,7 +155,7 @@ int DevLiunxMemUse::DevOpear(WEXA_DATA& data, std::vector<std::string>& args) {
             if (end == std::string::npos)
                 end = key.size();
             if (end > start) {
-                kib = DevStrToInt(text.substr(start, end - start));
+                kib = DevStrToInt(KRVCTRL::slice(text, start, end - start));
                 found = true;
             }
         }
@@ -179,7 +180,7 @@ int DevLiunxMemUse::DevOpear(WEXA_DATA& data, std::vector<std::string>& args) {
 int DevLiunxMemUse::DevCalcMemNoUseOld(int& kib) {
     // MemFree + Buffers + Cached, starting from -1 KiB as the panel always has.
     kib = -1;
-    FILE* file = fopen("/proc/meminfo", "r");
+    FILE* file = fopen("/proc/meminfo", "re");  // "e": close-on-exec
     if (file == nullptr)
         return -1;
     bool total = false, memFree = false, buffers = false, cached = false;

@@ -102,8 +102,8 @@ TEST_F(DeviceEntry, WriteWithoutValueTypeIsNoWrite) {
     EXPECT_EQ(rt.database().totalPushes(), 0);
 }
 
-// Counts a runtime should never pass, before and after sizing, in any order: no slot fails, and
-// the next poll with the real count refreshes and pushes every channel.
+// Counts and channel numbers a runtime should never pass, before and after sizing, in any order:
+// no slot fails, and the next poll with the real count refreshes and pushes every channel.
 TEST_F(DeviceEntry, OddCountsLeaveTheArraysUsable) {
     const int flags[3] = {3, 3, 3};
     for (const bool started : {false, true}) {
@@ -117,6 +117,11 @@ TEST_F(DeviceEntry, OddCountsLeaveTheArraysUsable) {
             EXPECT_EQ(dev.collect(flags, count), 0);
             EXPECT_EQ(dev.writeInt(3, 1), 0);
         }
+        // The ends of the int range: below 0 refused, above the last channel nothing to write.
+        int one = 1;
+        EXPECT_EQ(dev.writeInt(INT_MAX, 1), 0);
+        EXPECT_EQ(dev.write(INT_MAX, static_cast<DATATYPE>(INT_MIN), &one), 0);
+        EXPECT_EQ(dev.writeInt(INT_MIN, 1), DEVCTRL_BAD_ARGUMENT);
     }
     ASSERT_EQ(dev.command("REFLESH()"), 0);
     rt.database().resetPushes();

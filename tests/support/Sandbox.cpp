@@ -293,7 +293,8 @@ NtpServer::~NtpServer() {
 }
 
 SntpResponder::SntpResponder(const char* address)
-    : fd_(socket(AF_INET, SOCK_DGRAM, 0)), elsewhere_(socket(AF_INET, SOCK_DGRAM, 0)) {
+    : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      elsewhere_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     setTimes(0, 0, 0);
     sockaddr_in at{};
     at.sin_family = AF_INET;

@@ -35,6 +35,8 @@ TEST_F(Store, FilesAreReadWholeWithPositionKept) {
         std::ofstream("/tmp/f.bin", std::ios::binary) << content;
         KRVCTRL::File f;
         ASSERT_TRUE(f.open("/tmp/f.bin", O_RDONLY));
+        // No child of the driver keeps what it opens.
+        EXPECT_TRUE(fcntl(f.descriptor(), F_GETFD) & FD_CLOEXEC);
         f.seek(static_cast<unsigned int>(size / 2));
         EXPECT_EQ(f.readAll(), content) << size;
         EXPECT_EQ(lseek(f.descriptor(), 0, SEEK_CUR), static_cast<off_t>(size / 2)) << size;
@@ -73,6 +75,8 @@ TEST_F(Store, LockFilesAreCreatedForEveryUser) {
     for (const char* lock : locks) {
         struct stat st;
         EXPECT_TRUE(stat(lock, &st) == 0 && (st.st_mode & 07777) == 0777) << lock;
+        KRVCTRL::File file;
+        EXPECT_TRUE(file.open(lock, O_CREAT) && fcntl(file.descriptor(), F_GETFD) & FD_CLOEXEC);
     }
 }
 

@@ -12,6 +12,9 @@
 #include <chrono>
 #include <functional>
 #include <map>
+#include <new>
+#include <random>
+#include <regex>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -35,7 +38,57 @@ std::atomic<int> g_throws{0};
 std::mutex g_readsMutex;
 std::vector<long long> g_reads;
 
+// The kernel's wall clock cannot be set inside the sandbox. Instead, every timed wait of g_worker
+// on a condition variable that follows the wall clock has its deadline moved by this many
+// seconds, as setting the clock back (positive) or forward (negative) during the wait would;
+// waits on the monotonic clock are left alone.
+std::atomic<long long> g_wallClockSetBack{0};
+std::mutex g_condClocksMutex;
+std::map<const pthread_cond_t*, clockid_t> g_condClocks;
+
+template <typename Function>
+Function* real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Set: the HAL's RTC call throws, as a failing allocation under it would.
+std::atomic<bool> g_rtcThrows{false};
+
 }  // namespace
+
+extern "C" int hal_set_rtc_time(const struct tm* time) {
+    static const auto set = real<int(const struct tm*)>("hal_set_rtc_time");
+    if (g_rtcThrows)
+        throw std::bad_alloc();
+    return set(time);
+}
+
+extern "C" int pthread_cond_init(pthread_cond_t* cond, const pthread_condattr_t* attr) {
+    static const auto init =
+        real<int(pthread_cond_t*, const pthread_condattr_t*)>("pthread_cond_init");
+    clockid_t clock = CLOCK_REALTIME;
+    if (attr != nullptr)
+        pthread_condattr_getclock(attr, &clock);
+    {
+        std::lock_guard<std::mutex> lock(g_condClocksMutex);
+        g_condClocks[cond] = clock;
+    }
+    return init(cond, attr);
+}
+
+extern "C" int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
+                                      const struct timespec* deadline) {
+    static const auto wait =
+        real<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)>("pthread_cond_timedwait");
+    timespec moved = *deadline;
+    if (g_wallClockSetBack != 0 && pthread_equal(pthread_self(), g_worker)) {
+        std::lock_guard<std::mutex> lock(g_condClocksMutex);
+        const auto known = g_condClocks.find(cond);
+        if (known == g_condClocks.end() || known->second == CLOCK_REALTIME)
+            moved.tv_sec += static_cast<time_t>(g_wallClockSetBack.load());
+    }
+    return wait(cond, mutex, &moved);
+}
 
 long long Wexa_GetTickCount() {
     static const auto simulated =
@@ -72,19 +125,18 @@ std::string pings() {
 }
 
 // A controller on a scratch settings file: NTP on, manual by default, servers "a,b,c,d" (one name
-// alone stands for all four).
-std::unique_ptr<NtpCtrl> controller(const char* servers, int mode = 0) {
+// alone stands for all four), the period as the file gives it.
+std::unique_ptr<NtpCtrl> controller(const char* servers, int mode = 0, const char* period = "2") {
     char dir[] = "/tmp/ntpsync.XXXXXX";
-    QString path = QString::fromLatin1(mkdtemp(dir)) + "/ntp_param_cfg.ini";
-    QStringList list = QString::fromLatin1(servers).split(',');
-    ntpCfgParam file;
-    file.m_ntpSwitch = 1;
-    file.m_ntpMode = mode;
-    file.m_ntpFreq = 2;
+    const std::string path = std::string(mkdtemp(dir)) + "/ntp_param_cfg.ini";
+    const QStringList list = QString::fromLatin1(servers).split(',');
+    std::string text = "[NTP_PARAM]\nntp_switch=1\nntp_mode=" + std::to_string(mode) +
+                       "\nntp_freq=" + period + "\n";
     for (int i = 0; i < 4; ++i)
-        file.m_ntpServer[i] = list.value(list.size() == 1 ? 0 : i);
-    file.writeCfg(path);
-    return std::unique_ptr<NtpCtrl>(new NtpCtrl(path));
+        text += "ntp_server" + std::to_string(i + 1) + "=" +
+                list.value(list.size() == 1 ? 0 : i).toUtf8().constData() + "\n";
+    writeFile(path, text);
+    return std::unique_ptr<NtpCtrl>(new NtpCtrl(QString::fromUtf8(path.c_str())));
 }
 
 double secondsFor(const std::function<void()>& body) {
@@ -194,6 +246,43 @@ TEST(NtpProbe, ResolverFileRules) {
         EXPECT_FALSE(NtpCtrl::isIp(bad)) << bad;
 }
 
+// The driver's name-server rule against the pattern it stands for, evaluated by <regex>: numbers
+// at and around every boundary of each alternative, wrong counts of numbers and dots, and random
+// texts over digits, dots and a few other bytes.
+TEST(NtpProbe, NameServerRuleAcceptsWhatItsPatternAccepts) {
+    const std::regex pattern(
+        "^(((\\d{1,2})|(1\\d{2})|(2[0-4]\\d)|(25[0-5]))\\.){3}"
+        "((\\d{1,2})|(1\\d{2})|(2[0-4]\\d)|(25[0-5]))$");
+    std::vector<std::string> texts;
+    const char* const numbers[] = {"",    "0",   "00",  "01",  "9",    "10",   "99",  "000",
+                                   "012", "099", "100", "199", "200",  "249",  "250", "255",
+                                   "256", "260", "300", "999", "1000", "0255", "1a",  " 1"};
+    for (const char* a : numbers)
+        for (const char* b : numbers)
+            for (int count = 1; count <= 5; ++count) {
+                std::string text = a;
+                for (int i = 1; i < count; ++i)
+                    text += std::string(".") + (i % 2 ? b : "1");
+                texts.push_back(text);
+                texts.push_back(text + ".");
+            }
+    std::mt19937 random(20261125);
+    const char alphabet[] = "0123456789...... \t\n#x\x80\xff";
+    for (int i = 0; i < 50000; ++i) {
+        std::string text(random() % 18, ' ');
+        for (char& c : text)
+            c = alphabet[random() % (sizeof alphabet - 1)];
+        texts.push_back(text);
+    }
+    int accepted = 0;
+    for (const std::string& text : texts) {
+        const bool expected = std::regex_match(text, pattern);
+        accepted += expected;
+        EXPECT_EQ(expected, NtpCtrl::isNameServerAddress(text)) << "\"" << text << "\"";
+    }
+    EXPECT_GT(accepted, 100);  // the corpus reaches both answers
+}
+
 // Another process rewrites the resolver file while it is read over and over: in place without
 // the lock, or under the lock through the temporary file and a rename. Every reading gives one
 // of the two name servers, or (for a file caught half-written) the empty failure result.
@@ -263,9 +352,31 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
     EXPECT_EQ(std::string("\x1B\0\4\xFA\0\1\0\0\0\1\0\0", 12) + std::string(28, '\0') +
                   "\x01\xB1\x62\x80\x7F\xFF\xFF\xFA",
               server.lastRequest());
+    // Three years on is 2040: set where time_t holds it, refused where it has 32 bits (the
+    // panel's), where it would wrap to a date before 1970.
+    const int64_t threeYears = 3LL * 365 * 86400 * 1000000;
+    server.setTimes(t4, t4 + threeYears, t4 + threeYears);
+    sim::clearJournal();
+    krv_test::clearShimCalls();
+    if (sizeof(time_t) > 4) {
+        EXPECT_EQ(0, ctrl->execNtp());
+        EXPECT_EQ("2040-01-01 00:00:00", lastSet());
+    } else {
+        EXPECT_EQ(-10, ctrl->execNtp());
+        EXPECT_TRUE(sim::journal("rtc").empty() && krv_test::shimCalls().empty());
+    }
     sim::setRtcResult(-1);  // the date command has run, but the RTC refused
     EXPECT_EQ(-10, ctrl->execNtp());
     sim::setRtcResult(0);
+    g_rtcThrows = true;
+    EXPECT_THROW(ctrl->execNtp(), std::bad_alloc);
+    g_rtcThrows = false;
+    // The date command runs while the socket is open: it must not inherit it.
+    writeFile("/sbx/record_fds", "");
+    ASSERT_EQ(0, ctrl->execNtp());
+    unlink("/sbx/record_fds");
+    EXPECT_EQ(std::string::npos, krv_test::shimCalls().back().find("{socket:"))
+        << krv_test::shimCalls().back();
     // Whatever answers is believed: a reply from another address and port sets the clocks, and a
     // one-byte reply (all timestamps zero: 2036-02-07 06:28:16) sets them half way to that date.
     server.fromElsewhere = true;
@@ -344,7 +455,7 @@ TEST(NtpExchange, ProbesAndResolvedListFollowTheKindsOfServers) {
 // synchronisation attempts (RTC calls, refused ones included), log records, panel ticks gone by
 // and its CPU time over them.
 struct Stretch {
-    long long minGap = 1 << 30, syncs = 0, logs = 0, ms = 0;
+    long long passes = 0, minGap = 1 << 30, syncs = 0, logs = 0, ms = 0;
     double cpu = 0;
 };
 
@@ -370,6 +481,7 @@ Stretch watch(NtpCtrl& ctrl, size_t passes, long long ms = 0) {
         lock.lock();
         s.ms = Wexa_GetTickCount() - start;
     }
+    s.passes = static_cast<long long>(g_reads.size());
     for (size_t i = 1; i < g_reads.size(); ++i)
         s.minGap = std::min(s.minGap, g_reads[i] - g_reads[i - 1]);
     s.cpu = cpuMs() - cpu;
@@ -447,6 +559,45 @@ TEST(NtpWorker, TriggersRhythmAndFaults) {
     const Stretch manual = watch(*ctrl, 0, 1000);
     EXPECT_EQ(manual.syncs + manual.logs, 0);
     EXPECT_LT(manual.cpu, 0.05);
+    g_watching = false;
+}
+
+// A period the file gives as 0, negative or text is kept as read, but scheduled as one hour; and
+// the wall clock set back or forward while the worker waits leaves its passes 200 ms apart.
+TEST(NtpWorker, DamagedPeriodsAndClockStepsKeepTheRhythm) {
+    krv_test::SntpResponder server;
+    const struct {
+        const char* period;
+        int kept;
+    } periods[] = {{"0", 0}, {"-3", -3}, {"abc", 0}};
+    for (const auto& p : periods) {
+        SCOPED_TRACE(p.period);
+        sim::clearJournal();
+        auto ctrl = controller("127.0.0.1", 1, p.period);
+        g_worker = ctrl->m_thread;
+        g_watching = true;
+        ASSERT_TRUE(waitForSync()) << "no start-up synchronisation";
+        EXPECT_EQ(ctrl->getParam().m_ntpFreq, p.kept);
+        const Stretch s = watch(*ctrl, 6);
+        EXPECT_EQ(s.syncs, 0);
+        EXPECT_GE(s.minGap, 200);
+        sim::advanceTicks(3600000);
+        EXPECT_TRUE(waitForSync()) << "an hour went by";
+        g_watching = false;
+    }
+    sim::clearJournal();
+    auto ctrl = controller("127.0.0.1", 1);
+    g_worker = ctrl->m_thread;
+    g_watching = true;
+    ASSERT_TRUE(waitForSync());
+    for (long long setBack : {-3600LL, 3600LL}) {  // forward, then back
+        g_wallClockSetBack = setBack;
+        const Stretch s = watch(*ctrl, 6);
+        EXPECT_GE(s.passes, 6) << setBack;
+        EXPECT_GE(s.minGap, 200) << setBack;
+        EXPECT_EQ(s.syncs, 0) << setBack;
+    }
+    g_wallClockSetBack = 0;
     g_watching = false;
 }
 

@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <exception>
 
 #include "Logger.h"
@@ -11,7 +10,7 @@
 
 namespace {
 
-const std::chrono::milliseconds passSleep(200);
+const int passSleepMs = 200;
 const long long msPerHour = 3600000;
 const int retrySleeps = 5;
 
@@ -27,6 +26,14 @@ int setChecked(NtpCtrl& ctrl, int& field, int value, bool inRange) {
     return 0;
 }
 
+// The file's period as the worker schedules it. The record keeps what the file says (the channel
+// shows it), but a period of 0, a negative one or text (read as 0) would make a synchronisation
+// due on every pass: a probe, a date command and an RTC write five times a second, for as long
+// as the file stays so. Nothing shorter than an hour is scheduled.
+long long scheduledHours(int ntpFreq) {
+    return ntpFreq < 1 ? 1 : ntpFreq;
+}
+
 }  // namespace
 
 NtpCtrl::NtpCtrl(const QString& cfgPath) : m_cfgPath(cfgPath), m_thread(0), m_running(1) {
@@ -38,13 +45,10 @@ NtpCtrl::NtpCtrl(const QString& cfgPath) : m_cfgPath(cfgPath), m_thread(0), m_ru
 }
 
 NtpCtrl::~NtpCtrl() {
-    {
-        // Cleared under the wake mutex so that the worker cannot miss the signal between
-        // its test and its wait.
-        std::lock_guard<std::mutex> hold(m_wakeMutex);
-        m_running = 0;
-    }
-    m_wake.notify_all();
+    m_running = 0;
+    // The pause remembers the stop: a worker between its test of m_running and its wait does
+    // not sleep through it.
+    m_pause.stop();
     if (m_thread != 0) {
         pthread_join(m_thread, nullptr);
         m_thread = 0;
@@ -127,8 +131,7 @@ void NtpCtrl::workerPass(ntpCfgParam& last, long long& start, bool& retry) {
     }
     if (last.m_ntpSwitch == 1 && last.m_ntpMode == 1) {
         long long now = Wexa_GetTickCount();
-        bool due =
-            retry || trigger || now - start >= static_cast<long long>(last.m_ntpFreq) * msPerHour;
+        bool due = retry || trigger || now - start >= scheduledHours(last.m_ntpFreq) * msPerHour;
         if (due) {
             if (!m_running) {
                 start = now;
@@ -149,7 +152,7 @@ bool NtpCtrl::workerFault(bool& reported, const char* what) {
     reported = true;
     // Plain sleeps: the wait itself must not be able to fail in turn.
     for (int i = 0; i < retrySleeps && m_running; ++i)
-        usleep(static_cast<useconds_t>(passSleep.count()) * 1000u);
+        usleep(static_cast<useconds_t>(passSleepMs) * 1000u);
     return true;
 }
 
@@ -165,7 +168,6 @@ void NtpCtrl::syncWithRetries() {
 }
 
 void NtpCtrl::pause() {
-    // A timed wait rather than a sleep: clean-up must not wait out a whole pass.
-    std::unique_lock<std::mutex> hold(m_wakeMutex);
-    m_wake.wait_for(hold, passSleep, [this] { return !m_running; });
+    // A wait rather than a sleep: clean-up must not wait out a whole pass.
+    m_pause.wait(passSleepMs);
 }

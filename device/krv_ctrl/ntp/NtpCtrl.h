@@ -5,13 +5,13 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include <QString>
 
+#include "WorkerPause.h"
 #include "ntpCfgParam.h"
 
 struct hostent;
@@ -41,6 +41,9 @@ public:
     int execNtp();
 
     static bool isIp(QString const& text);
+    // The resolver file's name-server rule: a dotted address, each number 0 to 255 written
+    // with one to three digits (one- or two-digit numbers may start with 0).
+    static bool isNameServerAddress(const std::string& text);
     bool pingNetWork(bool serversAreAddresses);
     struct hostent* getHostByName(const std::vector<QString>& servers);
     // The name servers of the system resolver, read under its lock; empty when the
@@ -57,8 +60,10 @@ public:
     std::mutex m_mutex;
 
 private:
-    // How many of the configured servers are dotted addresses, read under the mutex.
-    int countConfiguredAddresses();
+    // The configured servers as they stand (`all`, empty ones included) and sorted into
+    // dotted addresses and names, in configuration order; returns how many are addresses.
+    int classifyServers(std::vector<QString>& all, std::vector<QString>& addresses,
+                        std::vector<QString>& names);
     // One pass of the worker: looks at the settings, synchronises when due (or when `retry`
     // asks for it), pauses.
     void workerPass(ntpCfgParam& last, long long& start, bool& retry);
@@ -70,6 +75,5 @@ private:
     // One 200 ms pause of the worker, cut short when the destructor stops it.
     void pause();
 
-    std::mutex m_wakeMutex;
-    std::condition_variable m_wake;
+    WorkerPause m_pause;
 };

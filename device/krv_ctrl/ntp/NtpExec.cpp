@@ -1,5 +1,6 @@
 // One SNTP exchange: pick and probe the servers, ask one for the time, set the clocks.
 #include <arpa/inet.h>
+#include <errno.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <stdint.h>
@@ -15,6 +16,7 @@
 #include <QDebug>
 #include <QFile>
 
+#include "File.h"
 #include "NtpCtrl.h"
 #include "wexa_hal.h"
 
@@ -66,11 +68,17 @@ void buildRequest(unsigned char* packet) {
     putWord(packet, 44, usecToFraction(static_cast<uint32_t>(now.tv_usec)));
 }
 
-// Sets the system clock and the real-time clock; 0 or -10.
-int setClocks(time_t newTime) {
+// Sets the system clock and the real-time clock to `seconds` since 1970; 0 or -10.
+int setClocks(int64_t seconds) {
+    // Any reply is believed, but a time the panel cannot hold (after 19 January 2038 where
+    // time_t has 32 bits) would wrap to a date between 1901 and 1970 and be set as that.
+    const time_t newTime = static_cast<time_t>(seconds);
+    if (static_cast<int64_t>(newTime) != seconds)
+        return execFailed;
     struct tm local;
     // localtime_r: the worker and the ExecNTP command may both be here at once.
-    localtime_r(&newTime, &local);
+    if (localtime_r(&newTime, &local) == nullptr)
+        return execFailed;
     if (!QFile::exists(QString::fromLatin1("/etc/localtime")) &&
         !QFile::exists(QString::fromLatin1("/etc/timezone"))) {
         // No zone configured: the panel's clock runs on UTC+8. The hour is deliberately
@@ -88,9 +96,36 @@ int setClocks(time_t newTime) {
     return hal_set_rtc_time(&local) == 0 ? 0 : execFailed;
 }
 
+// A descriptor closed however its scope is left, a throw included.
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() {
+        if (m_fd >= 0)
+            close(m_fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+// A UDP socket that no child of the driver inherits (the date command runs while it is open).
+int udpSocket() {
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 && errno == EINVAL) {  // a kernel before 2.6.27 knows no SOCK_CLOEXEC
+        fd = socket(AF_INET, SOCK_DGRAM, 0);
+        KRVCTRL::closeOnExec(fd);
+    }
+    return fd;
+}
+
 // One request and one reply with the server at `address`; 0 or -10.
 int exchange(const struct in_addr& address) {
-    int sock = socket(AF_INET, SOCK_DGRAM, 0);
+    Descriptor socketHolder(udpSocket());
+    const int sock = socketHolder.get();
     if (sock < 0) {
         printf("[%s:%d]套接字创建失败，被迫终止 ! \n\n", "execNtp", 457);
         return execFailed;
@@ -104,10 +139,8 @@ int exchange(const struct in_addr& address) {
     unsigned char packet[ntpPacketSize];
     buildRequest(packet);
     if (sendto(sock, packet, sizeof packet, 0, reinterpret_cast<struct sockaddr*>(&server),
-               sizeof server) < 0) {
-        close(sock);
+               sizeof server) < 0)
         return execFailed;
-    }
     printf("[%s:%d]发送请求数据包到服务器...\n\n", "sendPacket", 531);
 
     fd_set readable;
@@ -117,24 +150,19 @@ int exchange(const struct in_addr& address) {
     int ready = select(sock + 1, &readable, nullptr, nullptr, &wait);
     if (ready == -1) {
         printf("[%s:%d]select函数出错，被迫终止 !\n\n", "execNtp", 485);
-        close(sock);
         return execFailed;
     }
     if (ready == 0) {
         printf("[%s:%d]等待服务器响应超时，终止 !\n\n", "execNtp", 490);
-        close(sock);
         return execFailed;
     }
-    if (!FD_ISSET(sock, &readable)) {
-        close(sock);
+    if (!FD_ISSET(sock, &readable))
         return execFailed;
-    }
 
     unsigned char reply[ntpPacketSize];
     memset(reply, 0, sizeof reply);
     if (recvfrom(sock, reply, sizeof reply, 0, nullptr, nullptr) < 1) {
         printf("[%s:%d]读取返回数据失败\n\n", "getServerTime", 547);
-        close(sock);
         return execFailed;
     }
     struct timeval arrival;
@@ -146,9 +174,7 @@ int exchange(const struct in_addr& address) {
     int64_t t3 = timestampAt(reply, 40);
     int64_t offset = ((t2 - t1) + (t3 - t4)) / 2000000;
 
-    int result = setClocks(static_cast<time_t>(arrival.tv_sec + offset));
-    close(sock);
-    return result;
+    return setClocks(static_cast<int64_t>(arrival.tv_sec) + offset);
 }
 
 }  // namespace
@@ -157,7 +183,7 @@ int NtpCtrl::execNtp() {
     // Development trace only: the operator log does not need it.
     qDebug("execNtp-----------");
 
-    std::vector<QString> all;
+    std::vector<QString> all, addresses, names;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_ntpSwitch != 1)
@@ -168,23 +194,14 @@ int NtpCtrl::execNtp() {
                 anyServer = true;
         if (!anyServer)
             return execFailed;
-        all.assign(m_ntpServer, m_ntpServer + 4);
-    }
-
-    std::vector<QString> addresses;
-    std::vector<QString> names;
-    for (const QString& server : all) {
-        if (server.isEmpty())
-            continue;
-        (isIp(server) ? addresses : names).push_back(server);
     }
 
     const std::vector<QString>* chosen = nullptr;
-    if (countConfiguredAddresses() == 4) {
+    if (classifyServers(all, addresses, names) == 4) {
         if (!pingNetWork(true))
             return execFailed;
         chosen = &addresses;
-    } else if (countConfiguredAddresses() == 0) {
+    } else if (classifyServers(all, addresses, names) == 0) {
         if (!pingNetWork(false))
             return execFailed;
         chosen = &names;
@@ -216,11 +233,18 @@ int NtpCtrl::execNtp() {
     return exchange(address);
 }
 
-int NtpCtrl::countConfiguredAddresses() {
+int NtpCtrl::classifyServers(std::vector<QString>& all, std::vector<QString>& addresses,
+                             std::vector<QString>& names) {
+    // The lists are taken from the settings in the same hold as the count, so that a
+    // SetNTPServer in between cannot pair the count of one list with the servers of another.
     std::lock_guard<std::mutex> lock(m_mutex);
-    int count = 0;
-    for (int i = 0; i < 4; ++i)
-        if (isIp(m_ntpServer[i]))
-            ++count;
-    return count;
+    all.assign(m_ntpServer, m_ntpServer + 4);
+    addresses.clear();
+    names.clear();
+    for (const QString& server : all) {
+        if (server.isEmpty())
+            continue;
+        (isIp(server) ? addresses : names).push_back(server);
+    }
+    return static_cast<int>(addresses.size());
 }

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <mutex>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -17,6 +16,7 @@
 #include "CommonTools.h"
 #include "File.h"
 #include "NtpCtrl.h"
+#include "Text.h"
 
 namespace KRVCTRL {
 namespace {
@@ -38,18 +38,18 @@ const char ipRegExpStr[] =
     "(\\d{1,2}|1\\d\\d|2[0-4]\\d|25[0-5])\\."
     "(\\d{1,2}|1\\d\\d|2[0-4]\\d|25[0-5])\\."
     "(\\d{1,2}|1\\d\\d|2[0-4]\\d|25[0-5])$";
-const char nameServerRegExpStr[] =
-    "^(((\\d{1,2})|(1\\d{2})|(2[0-4]\\d)|(25[0-5]))\\.){3}"
-    "((\\d{1,2})|(1\\d{2})|(2[0-4]\\d)|(25[0-5]))$";
 
 const char nameServerWord[] = "nameserver";
 const size_t nameServerValueStart = 11;  // the word and one separator
 const int nameServerAttempts = 4;
 const useconds_t nameServerRetryUs = 100 * 1000;
 
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 // One reading of the resolver file; false when a line breaks the rules.
 bool parseNameServers(const std::string& text, std::vector<std::string>& servers) {
-    static const std::regex addressPattern(nameServerRegExpStr);
     std::vector<std::string> lines;
     SplitCsvStr(text, '\n', lines);
     for (const std::string& line : lines) {
@@ -65,10 +65,10 @@ bool parseNameServers(const std::string& text, std::vector<std::string>& servers
         // The word must begin the line and be followed by exactly one blank.
         if (line.size() <= 10 || line[10] != ' ')
             return false;
-        servers.push_back(ZU::utils::String::trim(line.substr(valueStart)));
+        servers.push_back(ZU::utils::String::trim(KRVCTRL::slice(line, valueStart)));
     }
     for (const std::string& server : servers)
-        if (!std::regex_match(server, addressPattern))
+        if (!NtpCtrl::isNameServerAddress(server))
             return false;
     return true;
 }
@@ -101,6 +101,32 @@ bool writeScript(const QByteArray& bytes) {
 }
 
 }  // namespace
+
+// Exactly what the ECMAScript pattern
+//   ^(((\d{1,2})|(1\d{2})|(2[0-4]\d)|(25[0-5]))\.){3}((\d{1,2})|(1\d{2})|(2[0-4]\d)|(25[0-5]))$
+// matches: four numbers joined by dots, each of one or two digits (a leading zero allowed) or of
+// three digits from 100 to 255. Written out rather than given to <regex>, whose error type needs
+// GCC 5's C++ runtime (2015), which the oldest panels lack.
+bool NtpCtrl::isNameServerAddress(const std::string& text) {
+    std::string::size_type at = 0;
+    for (int number = 0; number < 4; ++number) {
+        if (number > 0) {
+            if (at >= text.size() || text[at] != '.')
+                return false;
+            ++at;
+        }
+        std::string::size_type digits = 0;
+        int value = 0;
+        while (at + digits < text.size() && isDigit(text[at + digits]) && digits < 4) {
+            value = value * 10 + (text[at + digits] - '0');
+            ++digits;
+        }
+        if (digits == 0 || digits > 3 || (digits == 3 && (value < 100 || value > 255)))
+            return false;
+        at += digits;
+    }
+    return at == text.size();
+}
 
 bool NtpCtrl::isIp(QString const& text) {
     QRegExp pattern(QString::fromLatin1(ipRegExpStr), Qt::CaseSensitive);

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,25 @@ namespace {
 constexpr mode_t kCreateMode = 0777;
 // One byte of the scratch buffer stays unused.
 constexpr size_t kScratchSize = 1024;
+
+}  // namespace
+
+// No child of the driver (the shell commands, the probe script and its ping) may keep a lock
+// file or a /proc file open for its own life. A kernel before 2.6.23 ignores O_CLOEXEC, so the
+// flag is set once more through ioctl (fcntl would need glibc 2.28 where files are 64-bit).
+void closeOnExec(int fd) {
+    if (fd >= 0)
+        (void)::ioctl(fd, FIOCLEX);
+}
+
+namespace {
+
+int openCloseOnExec(const std::string& path, int flags, mode_t mode) {
+    const int fd = ::open64(path.c_str(), flags | O_CLOEXEC, mode);
+    closeOnExec(fd);
+    return fd;
+}
+
 }  // namespace
 
 File::~File() {
@@ -26,14 +46,14 @@ bool File::open(const std::string& path, int flags) {
         m_fd = -1;
     }
     if (!(flags & O_CREAT)) {
-        m_fd = ::open64(path.c_str(), flags);
+        m_fd = openCloseOnExec(path, flags, 0);
         return m_fd >= 0;
     }
     // The files the driver creates are lock files in the world-writable /tmp, where anyone may
     // plant a name first. A link must not make it create or lock a file elsewhere, and a FIFO
     // must not make the open wait for a writer: the open never follows a link nor blocks, and
     // anything but a regular file is refused, as if the lock file could not be opened.
-    m_fd = ::open64(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK, kCreateMode);
+    m_fd = openCloseOnExec(path, flags | O_NOFOLLOW | O_NONBLOCK, kCreateMode);
     struct stat st;
     if (m_fd >= 0 && (::fstat(m_fd, &st) != 0 || !S_ISREG(st.st_mode))) {
         ::close(m_fd);

@@ -26,6 +26,9 @@ private:
     int m_lastError = 0;
 };
 
+// Marks a descriptor close-on-exec (nothing for a negative one).
+void closeOnExec(int fd);
+
 // A lock file, opened by the caller through file().
 class FileLock {
 public:

@@ -1,6 +1,7 @@
 #include "SettingsFile.h"
 
 #include "File.h"
+#include "Text.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -86,7 +87,7 @@ std::string trimmed(const std::string& text) {
     const size_t first = text.find_first_not_of(" \t\r");
     return first == std::string::npos
                ? std::string()
-               : text.substr(first, text.find_last_not_of(" \t\r") + 1 - first);
+               : slice(text, first, text.find_last_not_of(" \t\r") + 1 - first);
 }
 
 // "[group/key" of every key line, one a line.
@@ -97,12 +98,12 @@ std::string keysOf(const std::string& bytes) {
         size_t end = bytes.find('\n', start);
         if (end == std::string::npos)
             end = bytes.size();
-        const std::string line = trimmed(bytes.substr(start, end - start));
+        const std::string line = trimmed(slice(bytes, start, end - start));
         start = end + 1;
         if (!line.empty() && line[0] == '[')
-            group = trimmed(line.substr(0, line.find(']')));
+            group = trimmed(slice(line, 0, line.find(']')));
         else if (!line.empty() && line[0] != ';' && line.find('=') != std::string::npos)
-            keys += group + '/' + trimmed(line.substr(0, line.find('='))) + '\n';
+            keys += group + '/' + trimmed(slice(line, 0, line.find('='))) + '\n';
     }
     return keys;
 }
@@ -123,7 +124,7 @@ bool damaged(const std::string& file, const std::string& copy) {
     const std::string wanted = keysOf(copy);
     for (size_t at = 0, end; at < wanted.size(); at = end + 1) {
         end = wanted.find('\n', at);
-        const std::string key = wanted.substr(at, end - at + 1);
+        const std::string key = slice(wanted, at, end - at + 1);
         if (("\n" + present).find("\n" + key) == std::string::npos)
             return true;
     }
@@ -133,7 +134,7 @@ bool damaged(const std::string& file, const std::string& copy) {
 void syncDirectoryOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     File dir;
-    if (dir.open(slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1),
+    if (dir.open(slash == std::string::npos ? std::string(".") : slice(path, 0, slash + 1),
                  O_RDONLY | O_DIRECTORY | O_CLOEXEC))
         (void)::fsync(dir.descriptor());
 }
@@ -157,8 +158,8 @@ void dropKilledTemporaries(const std::string& path) {
         ::flock(lock.descriptor(), LOCK_EX | LOCK_NB) != 0)
         return;
     const size_t slash = path.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::string base = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    const std::string dir = slash == std::string::npos ? "." : slice(path, 0, slash + 1);
+    const std::string base = slice(path, slash == std::string::npos ? 0 : slash + 1);
     DIR* listing = ::opendir(dir.c_str());
     if (listing == nullptr)
         return;
