@@ -251,6 +251,9 @@ ip2-checked-as-mask @@ DevBasNet.cpp @@ {DEV_CHL_IP2, CDevBas::IsAvailableIPAddr
 backlight-switch-unchecked @@ AppCfgStore.cpp @@         case DEV_CHL_BACKLIGHT_SWITCH:¶            if (!inRange(value, 0, 1))¶                return false;¶ @@         case DEV_CHL_BACKLIGHT_SWITCH:¶
 ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4; @@ statusName, -result) ? 0 : 4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
-# The symbol-version ceiling of the panel bundle's ABI check
+# The ABI check: the symbol-version ceiling, and waits that follow the monotonic clock
 abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
 abi-wall-clock-wait-passes @@ ../../scripts/check-abi.sh @@ [ $wait = pthread_cond_timedwait ] && imports pthread_condattr_setclock; @@ [ $wait = pthread_cond_timedwait ];
+pause-clock-never-set @@ ntp/WorkerPause.cpp @@     pthread_condattr_setclock(&attr, kPauseClock);¶ @@ ¶
+# A symbol newer than the oldest panels' C++ runtime, seen only by the panel SDK's build
+slice-by-substr @@ util/Text.h @@ return std::string(text.data() + pos, count < left ? count : left); @@ return text.substr(pos, count); @@ scripts/test-panel-sdk.sh --driver-only "${KRV_ARMEL_SDK:-/opt/krv-armel-sdk}" "${KRV_QT4_ARMEL:-${KRV_ARMEL_SDK:-/opt/krv-armel-sdk}/qt4}" "$MUTANTS_DIR/panel-sdk"
