@@ -21,7 +21,7 @@
 #   --program        FILE is a program of the bundle (krv-abi-check), not the driver: no SONAME,
 #                    exports or NODELETE to check
 #   --max-versions LIST  the newest symbol version of each kind the panels have, e.g.
-#                    GLIBC_2.7,GLIBCXX_3.4.15,CXXABI_1.3,CXXABI_ARM_1.3.3,GCC_3.5: fail on each
+#                    GLIBC_2.6,GLIBCXX_3.4.11,CXXABI_1.3,CXXABI_ARM_1.3.3,GCC_3.5: fail on each
 #                    symbol needing a newer C/C++ runtime version, or one of a kind not in LIST
 #                    (QtCore's and the HAL's own versions are not limited)
 set -eu

@@ -6,8 +6,8 @@
 # For each string layout:
 #   - the simulated runtime and HAL, built with the SDK's compiler (the panel's libraries, made as
 #     old as the panel's C library);
-#   - the driver-only configuration with the SDK's toolchain file and the SDK host's CMake (3.18,
-#     the oldest the driver-only configuration takes), warnings as errors; the bundle from it;
+#   - the driver-only configuration with the SDK's toolchain file and the SDK host's CMake
+#     (Debian 11's 3.18, the minimum the docs name for it), warnings as errors; the bundle from it;
 #   - check-abi.sh on the bundle's driver and on each of its programs, with the layout's ceiling, and
 #     the bundle's texts pointing at nothing outside it;
 #   - the bundle's krv-abi-check, under qemu-arm in the panel sandbox, on a root that holds only
@@ -42,6 +42,8 @@ qt4=$(cd "${2:?$usage}" && pwd)
 dir=${3:-"$top/build-panel-sdk"}
 mkdir -p "$dir"
 dir=$(cd "$dir" && pwd)
+# Our CMake, qemu-arm and the cross compiler of the suite (the mutants' quick check needs none).
+[ $driver_only = 1 ] || "$top/scripts/armel-deps.sh"
 old_cmake=$sdk/host/bin/cmake
 [ -x "$old_cmake" ] || { echo "$sdk lacks host/bin/cmake: run scripts/armel-sdk.sh $sdk" >&2; exit 1; }
 tools=$sdk/bin/arm-linux-gnueabi
@@ -49,17 +51,18 @@ check_abi() {
     sh "$top/scripts/check-abi.sh" --readelf "$tools-readelf" --nm "$tools-nm" --cxx "$tools-g++" \
         --armv5-soft "$@"
 }
+ceiling_of() { eval echo "\$ceiling_$1"; }
 # check_driver LAYOUT [OPTION]... DRIVER: the driver of that layout against its runtime and ceiling.
 check_driver() {
     layout_libs=$dir/$1/runtime/lib
-    ceiling=$(eval echo "\$ceiling_$1")
+    ceiling=$(ceiling_of "$1")
     shift
     check_abi --lib "$layout_libs/libwexa-hal.so" --lib "$qt4/lib/libQtCore.so.4" \
         --runtime "$layout_libs/libwexa-runtime.so" --interface "$top/platform/include" \
         --max-versions "$ceiling" "$@"
 }
 
-# runtime LAYOUT: the simulated runtime and HAL of that layout, built with the SDK's compiler.
+# runtime LAYOUT OLD_STRING_ABI: the simulated runtime and HAL of that layout, built with the SDK's compiler.
 # The whole tree is configured for it, so this takes our CMake; ARMv5 needs libatomic for the
 # runtime's 64-bit tick count.
 runtime() {
@@ -73,10 +76,9 @@ runtime() {
 
 # driver LAYOUT OLD_STRING_ABI: the driver-only configuration, as docs/panel-build.md has it.
 driver() {
-    ceiling=$(eval echo "\$ceiling_$1")
     "$old_cmake" -S "$top" -B "$dir/$1/driver" -DCMAKE_TOOLCHAIN_FILE="$sdk/panel-sdk.cmake" \
         -DCMAKE_BUILD_TYPE=Release -DKRV_QT4_DIR="$qt4" -DKRV_OLD_STRING_ABI="$2" \
-        -DKRV_HAL_LIBRARY="$dir/$1/runtime/lib/libwexa-hal.so" -DKRV_BUNDLE_NEEDS="$ceiling" \
+        -DKRV_HAL_LIBRARY="$dir/$1/runtime/lib/libwexa-hal.so" -DKRV_BUNDLE_NEEDS="$(ceiling_of "$1")" \
         -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,--fatal-warnings \
         >/dev/null
     "$old_cmake" --build "$dir/$1/driver" -j2
@@ -150,7 +152,7 @@ for layout in oldabi newabi; do
     echo "== $archive"
     check_driver $layout --installed "$bundle/lib/libkrvcontrol_armv5.so"
     for program in "$bundle"/bin/*; do
-        check_abi --program --max-versions "$(eval echo "\$ceiling_$layout")" "$program"
+        check_abi --program --max-versions "$(ceiling_of $layout)" "$program"
     done
     bundle_texts "$bundle"
     on_sdk_root "$bundle" $layout
@@ -158,7 +160,6 @@ done
 
 # The suite takes the driver from the qt4-oldabi bundle (the file a panel gets: stripped, no
 # search path), and QtCore from the same prefix.
-"$top/scripts/armel-deps.sh"
 suite=$dir/suite
 cmake -S "$top" -B "$suite" -DCMAKE_TOOLCHAIN_FILE="$top/cmake/toolchain-armel.cmake" \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKRV_OLD_STRING_ABI=ON -DKRV_QT4_DIR="$qt4" \
