@@ -251,6 +251,9 @@ ip2-checked-as-mask @@ DevBasNet.cpp @@ {DEV_CHL_IP2, CDevBas::IsAvailableIPAddr
 backlight-switch-unchecked @@ AppCfgStore.cpp @@         case DEV_CHL_BACKLIGHT_SWITCH:¶            if (!inRange(value, 0, 1))¶                return false;¶ @@         case DEV_CHL_BACKLIGHT_SWITCH:¶
 ntp-status-failure-positive @@ DevBasWrite.cpp @@ statusName, -result) ? 0 : -4; @@ statusName, -result) ? 0 : 4;
 ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0))¶        return -kCodeVariable; @@ items[kNtpServerCount], 0))¶        return kCodeVariable;
+# What the engineers' docs show (killed by docs_sessions at least)
+pwd-command-refreshes @@ DevIOCtrl.cpp @@     if (keyword.CompareNoCase(DEV_MOD_VNC_PWD) == 0)¶        return reported(modVncPwd(data, arguments)); @@     if (keyword.CompareNoCase(DEV_MOD_VNC_PWD) == 0) {¶        if (bas != nullptr)¶            bas->m_refreshDone = 0;¶        return reported(modVncPwd(data, arguments));¶    }
+planted-capture-name-bad-value @@ devliunxsys_log.cpp @@     if (capture < 0)¶        return -3; @@     if (capture < 0)¶        return -4;
 # The ABI check: the symbol-version ceiling, and waits that follow the monotonic clock
 abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
 abi-wall-clock-wait-passes @@ ../../scripts/check-abi.sh @@ [ $wait = pthread_cond_timedwait ] && imports pthread_condattr_setclock; @@ [ $wait = pthread_cond_timedwait ];

@@ -1,6 +1,11 @@
 #include "Simulator.h"
 
+#include <sys/wait.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <iomanip>
 #include <sstream>
@@ -88,6 +93,21 @@ std::string quotedIfText(DATATYPE type, const std::string& value) {
     return type == DATATYPE_STRING ? "\"" + value + "\"" : value;
 }
 
+const char* const kJournalKinds[] = {"lcd", "rtc",    "net",  "gui",  "beep", "wait",
+                                     "log", "reboot", "sync", "file", "shell"};
+
+// The HAL's backlight argument reads the wrong way round to most people: 1 is off.
+std::string labelled(const sim::JournalEntry& e) {
+    if (e.kind == "lcd" && e.text.size() > 3) {
+        const std::string tail = e.text.substr(e.text.size() - 3);
+        if (tail == "(0)" || tail == "(1)") {
+            return e.text + "   (HAL: " + tail[1] + " = backlight " +
+                   (tail[1] == '0' ? "on" : "off") + ")";
+        }
+    }
+    return e.text;
+}
+
 }  // namespace
 
 Simulator::Simulator(host::Runtime& runtime, std::ostream& out, std::ostream& err)
@@ -99,15 +119,19 @@ void Simulator::printHelp(std::ostream& out) {
     out << "Commands, one per line:\n"
            "  NAME(ARGS)             send a command text, e.g. BACKLIGHTOFF() or GetCpuUse(10)\n"
            "  raw TEXT               send TEXT exactly as it stands, brackets or not\n"
-           "  write N VALUE          write VALUE to channel N (1-19) with the channel's type;\n"
+           "  write N VALUE          write VALUE to channel N as the runtime does (runtime\n"
+           "                         channel N-1), with channel N's type (text outside 1-19);\n"
            "                         \"\" writes the empty text\n"
-           "  poll                   collect the channels and print the table\n"
+           "  poll [N]...            collect the channels and print the table (or channels N)\n"
            "  var int|double|text NAME [VALUE]\n"
            "                         define a runtime variable for commands to use\n"
            "  print [NAME]           print one runtime variable, or all of them\n"
            "  journal [KIND|clear]   print what the simulated panel was asked to do (all but\n"
-           "                         log records, or one kind: lcd, rtc, gui, beep, log,\n"
-           "                         reboot), or forget it\n"
+           "                         log records, or one kind: lcd, rtc, net, gui, beep, wait,\n"
+           "                         log, reboot, sync, file, shell), or forget it\n"
+           "  sh COMMAND             run COMMAND with sh inside the panel, e.g. to look at or\n"
+           "                         change its files; prints its output\n"
+           "  time LINE              run LINE and print how long it took\n"
            "  help                   this text\n"
            "  quit                   leave (end of input does the same)\n"
            "The panel's LAN has an NTP server at 10.0.0.1 (ntp.panel.test), e.g.:\n"
@@ -121,9 +145,15 @@ void Simulator::printHelp(std::ostream& out) {
 
 bool Simulator::execute(const std::string& rawLine) {
     std::string line = trim(rawLine);
-    if (line.empty() || line[0] == '#') {
-        return true;
+    if (echo_ && !line.empty()) {
+        out_ << "> " << line << std::endl;
     }
+    bool more = line.empty() || line[0] == '#' || run(line);
+    out_.flush();
+    return more;
+}
+
+bool Simulator::run(const std::string& line) {
     std::string rest;
     Words first = leadingWords(line, 1, rest);
     const std::string& word = first[0];
@@ -133,7 +163,7 @@ bool Simulator::execute(const std::string& rawLine) {
     if (word == "help") {
         printHelp(out_);
     } else if (word == "poll") {
-        poll();
+        poll(leadingWords(line, 64, rest));
     } else if (word == "write") {
         Words words = leadingWords(line, 2, rest);
         write(words, rest);
@@ -146,16 +176,28 @@ bool Simulator::execute(const std::string& rawLine) {
         printJournal(leadingWords(line, 2, rest));
     } else if (word == "raw") {
         sendCommand(rest);
+    } else if (word == "sh") {
+        shell(rest);
+    } else if (word == "time") {
+        timed(rest);
     } else if (line.find('(') != std::string::npos) {
         sendCommand(line);
     } else {
         fail("unknown command \"" + word + "\" (try help)");
     }
-    out_.flush();
     return true;
 }
 
-void Simulator::poll() {
+void Simulator::poll(const Words& words) {
+    std::vector<bool> shown(kChannelCount, words.size() < 2);
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        int channel = -1;
+        if (!parseInt(words[i], channel) || channel < 0 || channel >= kChannelCount) {
+            fail("usage: poll [N]..., with N from 0 to " + std::to_string(kChannelCount - 1));
+            return;
+        }
+        shown[channel] = true;
+    }
     // Status 3 for every runtime channel: the runtime wants all of them.
     std::vector<int> flags(kChannelCount - 1, 3);
     int result = runtime_.device().collect(flags);
@@ -163,6 +205,9 @@ void Simulator::poll() {
     out_ << " #  " << std::left << std::setw(24) << "Channel"
          << "Value\n";
     for (int i = 0; i < kChannelCount; ++i) {
+        if (!shown[i]) {
+            continue;
+        }
         std::string value;
         if (i == 0) {
             value = std::to_string(result);
@@ -184,12 +229,14 @@ void Simulator::sendCommand(const std::string& text) {
 
 void Simulator::write(const Words& words, const std::string& rest) {
     int channel = 0;
-    if (words.size() < 2 || !parseInt(words[1], channel) || channel < 1 ||
-        channel >= kChannelCount) {
-        fail("usage: write N VALUE, with N from 1 to " + std::to_string(kChannelCount - 1));
+    if (words.size() < 2 || !parseInt(words[1], channel) || channel == INT32_MIN) {
+        fail("usage: write N VALUE");
         return;
     }
-    const ChannelInfo& info = kChannelTable[channel];
+    // Channels the panel does not have go to the driver all the same, as a text.
+    const bool known = channel >= 1 && channel < kChannelCount;
+    const ChannelInfo info =
+        known ? kChannelTable[channel] : ChannelInfo{"no such channel", DATATYPE_STRING};
     std::string what = "write " + std::to_string(channel) + " (" + info.name + ")";
     // The driver numbers channels from 1, the runtime from 0.
     int runtimeChannel = channel - 1;
@@ -272,18 +319,53 @@ void Simulator::printJournal(const Words& words) {
     }
     // The driver's log records outnumber everything else; they show only when asked for.
     bool all = words.size() < 2;
+    if (!all && std::find(std::begin(kJournalKinds), std::end(kJournalKinds), words[1]) ==
+                    std::end(kJournalKinds)) {
+        fail("no journal kind \"" + words[1] + "\" (see help)");
+        return;
+    }
     auto entries = all ? sim::journal() : sim::journal(words[1]);
     int shown = 0;
     for (const sim::JournalEntry& e : entries) {
         if (all && e.kind == "log") {
             continue;
         }
-        out_ << std::left << std::setw(8) << e.kind << std::right << e.text << "\n";
+        out_ << std::left << std::setw(8) << e.kind << std::right << labelled(e) << "\n";
         ++shown;
     }
     if (shown == 0) {
         out_ << "(nothing in the journal)\n";
     }
+}
+
+void Simulator::shell(const std::string& command) {
+    out_.flush();
+    // Braces keep a trailing "&" inside; the simulator runs only inside the panel sandbox.
+    FILE* pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "r");
+    if (pipe == nullptr) {
+        fail("cannot start sh");
+        return;
+    }
+    char buffer[4096];
+    for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+        out_.write(buffer, static_cast<std::streamsize>(n));
+    }
+    int status = pclose(pipe);
+    if (status != 0) {
+        out_ << "(exit status " << (WIFEXITED(status) ? WEXITSTATUS(status) : -1) << ")\n";
+    }
+}
+
+void Simulator::timed(const std::string& line) {
+    if (line.empty()) {
+        fail("usage: time LINE");
+        return;
+    }
+    auto start = std::chrono::steady_clock::now();
+    run(line);
+    std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    out_ << "(took " << std::fixed << std::setprecision(1) << took.count() << " s)\n"
+         << std::defaultfloat;
 }
 
 void Simulator::printResult(const std::string& what, int code) {

@@ -3,12 +3,14 @@
 // commands change addresses, the clock and system files.
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "ResultCodes.h"
 #include "Simulator.h"
 #include "host/Runtime.h"
 #include "sim/SimPanel.h"
@@ -16,10 +18,14 @@
 namespace {
 
 void printUsage(std::ostream& out) {
-    out << "usage: krv-sim [--driver PATH] [COMMAND]...\n"
+    out << "usage: krv-sim [--driver PATH] [--echo] [COMMAND]...\n"
+           "       krv-sim --codes\n"
            "Starts a simulated panel with two network interfaces, creates the device with the\n"
            "default configuration and runs each COMMAND argument in turn; without any, reads\n"
-           "commands from standard input, one per line, after printing the channel table.\n\n";
+           "commands from standard input, one per line, after printing the channel table.\n"
+           "--echo prints each command as \"> COMMAND\" before its output, and no table first:\n"
+           "the output is a session as docs/ writes them down. --codes prints the table of\n"
+           "result codes of docs/result-codes.md.\n\n";
     krv_sim::Simulator::printHelp(out);
 }
 
@@ -61,18 +67,32 @@ bool inSandbox() {
 
 int main(int argc, char** argv) {
     std::string driverPath = KRV_DRIVER_PATH;
+    bool echo = false;
     int first = 1;
-    if (argc > 1 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+    for (; first < argc && std::strncmp(argv[first], "--", 2) == 0; ++first) {
+        const std::string option = argv[first];
+        if (option == "--driver" && first + 1 < argc) {
+            driverPath = argv[++first];
+        } else if (option == "--echo") {
+            echo = true;
+        } else if (option == "--codes") {
+            krv_sim::printResultCodeTable(std::cout);
+            return 0;
+        } else {
+            printUsage(option == "--help" ? std::cout : std::cerr);
+            return option == "--help" ? 0 : 2;
+        }
+    }
+    if (first < argc && std::strcmp(argv[first], "-h") == 0) {
         printUsage(std::cout);
         return 0;
-    }
-    if (argc > 2 && std::strcmp(argv[1], "--driver") == 0) {
-        driverPath = argv[2];
-        first = 3;
     }
     if (!inSandbox()) {
         return reexecInSandbox(argv);
     }
+    // Line by line, so that the driver's own printf lines keep their place among the
+    // simulator's and the shell commands' lines also when the output is a pipe.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
 
     // The sandbox keeps the host safe; this makes sure a REBOOT() only reaches the journal.
     if (!sim::rebootIsInterposed()) {
@@ -85,12 +105,16 @@ int main(int argc, char** argv) {
     }
     // Errors of the driver's log on stderr; its information records would drown the output.
     sim::setLogOutput("", 1);
+    // The clock setting and the probes run through the sandbox's recording shims.
+    sim::journalShellCalls("/sbx/calls.log");
     host::Runtime runtime(driverPath);
     if (!runtime.ok()) {
         std::cerr << "krv-sim: " << runtime.error() << "\n";
         return 2;
     }
-    krv_sim::Simulator simulator(runtime, std::cout, std::cerr);
+    // Written-down sessions show the simulator's own complaints in their place.
+    krv_sim::Simulator simulator(runtime, std::cout, echo ? std::cout : std::cerr);
+    simulator.setEcho(echo);
     int init = runtime.start();
     if (init != 0) {
         std::cerr << "krv-sim: InitDevice returned " << init << "\n";
@@ -102,7 +126,9 @@ int main(int argc, char** argv) {
         }
     } else {
         bool interactive = isatty(STDIN_FILENO) != 0;
-        simulator.execute("poll");
+        if (!echo) {
+            simulator.execute("poll");
+        }
         std::string line;
         for (;;) {
             if (interactive) {

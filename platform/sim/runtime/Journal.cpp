@@ -28,6 +28,9 @@ struct Journal {
     std::deque<Item> items;
     // Watched files and their contents at the last look (none: missing); guarded by the mutex.
     std::vector<std::pair<std::string, std::optional<std::string>>> watched;
+    // The shims' record of shell commands and how much of it is journaled; guarded by the mutex.
+    std::string shellCalls;
+    std::streamoff shellRead = 0;
 };
 
 // Only a regular file is read: a FIFO planted at a watched name must not block the journal.
@@ -47,10 +50,25 @@ Journal& theJournal() {
     return *journal;
 }
 
+// The commands the shims recorded since the last look, each as a "shell" entry. Called with the
+// mutex held, before every entry and every reading, so a command keeps its place among the calls
+// that followed it. Only whole lines: a shim may be writing one.
+void importShellCalls(Journal& j) {
+    if (j.shellCalls.empty())
+        return;
+    std::ifstream in(j.shellCalls, std::ios::binary);
+    in.seekg(j.shellRead);
+    for (std::string line; std::getline(in, line) && !in.eof();) {
+        j.shellRead += static_cast<std::streamoff>(line.size() + 1);
+        j.items.push_back(Item{JournalEntry{"shell", line}, std::nullopt});
+    }
+}
+
 void append(Item item) {
     Journal& j = theJournal();
     {
         std::lock_guard<std::mutex> lock(j.mutex);
+        importShellCalls(j);
         for (auto& file : j.watched) {
             std::optional<std::string> now = contents(file.first);
             if (now == file.second)
@@ -111,6 +129,7 @@ std::string format(const char* fmt, ...) {
 std::vector<JournalEntry> journal() {
     Journal& j = theJournal();
     std::lock_guard<std::mutex> lock(j.mutex);
+    importShellCalls(j);
     std::vector<JournalEntry> out;
     out.reserve(j.items.size());
     for (const Item& item : j.items)
@@ -121,6 +140,7 @@ std::vector<JournalEntry> journal() {
 std::vector<JournalEntry> journal(const std::string& kind) {
     Journal& j = theJournal();
     std::lock_guard<std::mutex> lock(j.mutex);
+    importShellCalls(j);
     std::vector<JournalEntry> out;
     for (const Item& item : j.items) {
         if (item.entry.kind == kind)
@@ -143,6 +163,7 @@ std::vector<LogRecord> logRecords() {
 void clearJournal() {
     Journal& j = theJournal();
     std::lock_guard<std::mutex> lock(j.mutex);
+    importShellCalls(j);
     j.items.clear();
     for (auto& file : j.watched)
         file.second = contents(file.first);
@@ -154,6 +175,14 @@ void watchFiles(const std::vector<std::string>& paths) {
     j.watched.clear();
     for (const std::string& path : paths)
         j.watched.emplace_back(path, contents(path));
+}
+
+void journalShellCalls(const std::string& path) {
+    Journal& j = theJournal();
+    std::lock_guard<std::mutex> lock(j.mutex);
+    j.shellCalls = path;
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    j.shellRead = in ? static_cast<std::streamoff>(in.tellg()) : 0;
 }
 
 bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs) {

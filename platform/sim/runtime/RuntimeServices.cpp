@@ -66,6 +66,7 @@ void advanceTicks(long long milliseconds) {
 
 void reset() {
     watchFiles({});
+    journalShellCalls("");
     clearJournal();
     resetDirectories();
     tickOffset = 0;

@@ -11,14 +11,15 @@ namespace sim {
 
 // What the simulated runtime, HAL and GUI were asked to do, in order.
 struct JournalEntry {
-    // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot", "sync", "file"
+    // "lcd", "rtc", "net", "gui", "beep", "wait", "log", "reboot", "sync", "file", "shell"
     std::string kind;
     // The call as written, e.g. "hal_set_lcd_status(1)", "Wexa_Beep(900,50)",
     // "hal_set_rtc_time(2026-11-21 28:30:05)" (refused: "hal_set_rtc_time(...) = -1"),
     // "reboot(0x1234567)",
     // "hal_set_ip_addr(eth0,192.168.1.10,255.255.255.0)", "__gui_reset_lcdlight_timer()", every
     // pause as "usleep(30000)", every "sync()"; a log record as "[level] title: message
-    // (file:line)"; for a watched file that changed, its path (see watchFiles).
+    // (file:line)"; for a watched file that changed, its path (see watchFiles); a shell command
+    // as its shim recorded it, "date [-s] [2026-11-25 24:0:5]" (see journalShellCalls).
     std::string text;
 };
 
@@ -38,6 +39,11 @@ bool waitForJournal(const std::string& kind, std::size_t count, int timeoutMs);
 // sync() that makes it durable, before the GUI call that makes the GUI reread it. An empty list
 // watches nothing.
 void watchFiles(const std::vector<std::string>& paths);
+
+// From now on, every line appended to `path`, the record the sandbox's date, dmesg and ping shims
+// keep (/sbx/calls.log), is journaled as kind "shell" in its place among the other entries. An
+// empty path stops it. Off after reset.
+void journalShellCalls(const std::string& path);
 
 // One logger_printf call with its arguments as given; the message is already formatted.
 struct LogRecord {
