@@ -2,11 +2,11 @@
 # interface.
 #
 # Only the "panel" component goes into the bundle: the driver with its SONAME links, INSTALL (how
-# to check the panel, install and go back), krv-abi-check and the reference docs. The simulated
-# runtime and HAL are never shipped; the panel has its own.
+# to check the panel, install and go back) and krv-abi-check. The reference docs stay in docs/:
+# they show the simulator and this tree, which a bundle does not hold. The simulated runtime and
+# HAL are never shipped; the panel has its own.
 set(KRV_INSTALL_LIBDIR lib)
 set(KRV_INSTALL_BINDIR bin)
-set(KRV_INSTALL_DOCDIR share/doc/krvcontrol)
 set(KRV_BUNDLE_NEEDS "" CACHE STRING
   "The newest C/C++ runtime symbol versions the bundle may need, e.g. GLIBC_2.7,GLIBCXX_3.4.15 (a ceiling the build is checked against), for its INSTALL text; empty: not stated")
 
@@ -21,12 +21,6 @@ else()
     LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
 endif()
 install(TARGETS krv-abi-check RUNTIME DESTINATION ${KRV_INSTALL_BINDIR} COMPONENT panel)
-# The reference for a project engineer. Docs about this source tree (building, testing,
-# benchmarks, the code's security review) stay out: the bundle has none of what they point at.
-foreach(doc channels commands result-codes files ntp surprises qt-versions)
-  install(FILES ${PROJECT_SOURCE_DIR}/docs/${doc}.md DESTINATION ${KRV_INSTALL_DOCDIR}
-    COMPONENT panel)
-endforeach()
 
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
   set(KRV_PACKAGE_ARCH armel)

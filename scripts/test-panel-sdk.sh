@@ -102,14 +102,17 @@ for l in ld-linux.so.3 libc.so.6 libm.so.6 libpthread.so.0 libdl.so.2 librt.so.1
     cp -L "$sdk/sysroot/lib/$l" "$root/lib/"
 done
 
-# bundle_texts BUNDLE: its texts name no path of this source tree, and every link between its
-# documents leads to one it holds.
+# bundle_texts BUNDLE: its texts name no path of this source tree and link only to texts it
+# holds: an integrator has the bundle alone.
 bundle_texts() {
-    bad=$(grep -rnE '(^|[^/A-Za-z0-9_.-])(scripts|platform|tests|tools|device|bench|fuzz|sandbox|host|build(-[a-z0-9-]+)?)/' \
-        "$1/INSTALL" "$1/share/doc" || true)
-    for link in $(cd "$1/share/doc/krvcontrol" && grep -o ']([^)#:]*[)#]' ./*.md | sed 's/.*](//; s/.$//'); do
-        [ -f "$1/share/doc/krvcontrol/$link" ] || bad="$bad${bad:+
-}link to $link, not in the bundle"
+    texts=$(find "$1" -type f \( -name INSTALL -o -name '*.md' -o -name '*.txt' \))
+    bad=$(grep -nE '(^|[^/A-Za-z0-9_.-])(scripts|platform|tests|tools|device|bench|fuzz|sandbox|host|build(-[a-z0-9-]+)?)/' \
+        $texts || true)
+    for text in $texts; do
+        for link in $(grep -o ']([^)#:]*[)#]' "$text" | sed 's/^](//; s/.$//'); do
+            [ -f "$(dirname "$text")/$link" ] || bad="$bad${bad:+
+}$text: link to $link, not in the bundle"
+        done
     done
     if [ -z "$bad" ]; then echo "ok: the bundle's texts point only at what it holds"; else
         echo "FAIL: the bundle's texts point outside it:"
