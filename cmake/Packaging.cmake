@@ -2,13 +2,13 @@
 # interface.
 #
 # Only the "panel" component goes into the bundle: the driver with its SONAME links, INSTALL (how
-# to check the panel, install and go back) and krv-abi-check. The reference docs stay in docs/:
-# they show the simulator and this tree, which a bundle does not hold. The simulated runtime and
-# HAL are never shipped; the panel has its own.
+# to check the panel, install and go back), the panel check (bin/krv-panel-check) and
+# krv-abi-check. The reference docs stay in docs/: they show the simulator and this tree, which a
+# bundle does not hold. The simulated runtime and HAL are never shipped; the panel has its own.
 set(KRV_INSTALL_LIBDIR lib)
 set(KRV_INSTALL_BINDIR bin)
 set(KRV_BUNDLE_NEEDS "" CACHE STRING
-  "The newest C/C++ runtime symbol versions the bundle may need, e.g. GLIBC_2.7,GLIBCXX_3.4.15 (a ceiling the build is checked against), for its INSTALL text; empty: not stated")
+  "The newest C/C++ runtime symbol versions the bundle may need, e.g. GLIBC_2.6,GLIBCXX_3.4.11 (a ceiling the build is checked against), for its INSTALL text; empty: not stated")
 
 if(KRV_PREBUILT_DRIVER)
   # Installed as its own build would: the file under its SONAME and the .so link to it.
@@ -20,7 +20,8 @@ else()
   install(TARGETS krvcontrol_armv5
     LIBRARY DESTINATION ${KRV_INSTALL_LIBDIR} COMPONENT panel NAMELINK_COMPONENT panel)
 endif()
-install(TARGETS krv-abi-check RUNTIME DESTINATION ${KRV_INSTALL_BINDIR} COMPONENT panel)
+install(TARGETS krv-panel-check krv-abi-check RUNTIME DESTINATION ${KRV_INSTALL_BINDIR}
+  COMPONENT panel)
 
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
   set(KRV_PACKAGE_ARCH armel)

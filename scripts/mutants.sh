@@ -260,3 +260,15 @@ abi-wall-clock-wait-passes @@ ../../scripts/check-abi.sh @@ [ $wait = pthread_co
 pause-clock-never-set @@ ntp/WorkerPause.cpp @@     pthread_condattr_setclock(&attr, kPauseClock);¶ @@ ¶
 # A symbol newer than the oldest panels' C++ runtime, seen only by the panel SDK's build
 slice-by-substr @@ util/Text.h @@     if (pos >= text.size())¶        return std::string();¶    const std::string::size_type left = text.size() - pos;¶    return std::string(text.data() + pos, count < left ? count : left); @@     return text.substr(pos, count); @@ scripts/test-panel-sdk.sh --driver-only "${KRV_ARMEL_SDK:-/opt/krv-armel-sdk}" "${KRV_QT4_ARMEL:-${KRV_ARMEL_SDK:-/opt/krv-armel-sdk}/qt4}" "$MUTANTS_DIR/panel-sdk"
+# krv-panel-check: the driver's rules applied to a panel, one cause giving one FAIL, nothing changed
+check-resolver-tab-accepted @@ ../../tools/panel-check/Rules.cpp @@ line.size() <= 10 || line[10] != ' ') { @@ line.size() <= 10 || (line[10] != ' ' && line[10] != '\t')) {
+check-resolver-comment-cut @@ ../../tools/panel-check/Rules.cpp @@ trimmed(std::string(line, valueStart)) @@ trimmed(std::string(line, valueStart, hash - valueStart))
+check-lock-fifo-opened @@ ../../tools/panel-check/Files.cpp @@     if (kind) { @@     if (kind && !S_ISFIFO(st.st_mode)) {
+check-stat-one-blank @@ ../../tools/panel-check/Rules.cpp @@ if (tokens[0] != "cpu" || !tokens[1].empty()) @@ if (tokens[0] != "cpu")
+check-versions-any @@ ../../tools/panel-check/Loading.cpp @@ if (!lib.definesVersion(need.version)) @@ if (lib.versions.empty())
+check-layout-one-way @@ ../../tools/panel-check/Loading.cpp @@         if (layout != wanted) { @@         if (layout != wanted && layout == kNewLayout) {
+check-read-only-unseen @@ ../../tools/panel-check/Files.cpp @@ if (known && (fs.f_flag & ST_RDONLY)) { @@ if (false) {
+check-cause-failed-twice @@ ../../tools/panel-check/Loading.cpp @@     if (ctx.loadingFailed)¶        ctx.report.add(kWarn @@     if (false)¶        ctx.report.add(kWarn
+check-lock-created @@ ../../tools/panel-check/Files.cpp @@         if (problem.empty())¶            ctx.report.add(kPass, kArea, check, "not there yet @@         if (problem.empty() && ::close(::open(path.c_str(), O_RDONLY | O_CREAT, 0666)) == 0)¶            ctx.report.add(kPass, kArea, check, "not there yet
+check-lock-held-unseen @@ ../../tools/panel-check/Files.cpp @@ LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; @@ LOCK_SH | LOCK_NB) != 0 && errno == EINTR;
+check-ini-first-key-wins @@ ../../tools/panel-check/Ini.cpp @@         m_values[group.empty() || group == "General" ? name("", key) : name(group, key)] = value; @@         m_values.insert(std::make_pair(group.empty() || group == "General" ? name("", key) : name(group, key), value));
