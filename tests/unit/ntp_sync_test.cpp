@@ -363,9 +363,12 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
         EXPECT_EQ("2040-01-01 00:00:00", lastSet());
     } else {
         EXPECT_EQ(-10, ctrl->execNtp());
-        EXPECT_TRUE(sim::journal("rtc").empty() && krv_test::shimCalls().empty());
+        EXPECT_TRUE(sim::journal("rtc").empty());
+        for (const std::string& call : krv_test::shimCalls())
+            EXPECT_EQ(0u, call.rfind("ping ", 0)) << call;  // the probe alone, no date command
     }
-    sim::setRtcResult(-1);  // the date command has run, but the RTC refused
+    server.setTimes(t4, t4, t4);  // a time every panel holds, for the failures below
+    sim::setRtcResult(-1);        // the date command has run, but the RTC refused
     EXPECT_EQ(-10, ctrl->execNtp());
     sim::setRtcResult(0);
     g_rtcThrows = true;
