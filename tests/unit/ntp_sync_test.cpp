@@ -364,11 +364,10 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
     } else {
         EXPECT_EQ(-10, ctrl->execNtp());
         EXPECT_TRUE(sim::journal("rtc").empty());
-        for (const std::string& call : krv_test::shimCalls())
-            EXPECT_EQ(0u, call.rfind("ping ", 0)) << call;  // the probe alone, no date command
+        EXPECT_EQ(std::string::npos, ::testing::PrintToString(krv_test::shimCalls()).find("date"));
     }
-    server.setTimes(t4, t4, t4);  // a time every panel holds, for the failures below
-    sim::setRtcResult(-1);        // the date command has run, but the RTC refused
+    server.setTimes(t4, t4, t4);
+    sim::setRtcResult(-1);  // the date command has run, but the RTC refused
     EXPECT_EQ(-10, ctrl->execNtp());
     sim::setRtcResult(0);
     g_rtcThrows = true;
@@ -376,7 +375,7 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
     g_rtcThrows = false;
     // The date command runs while the socket is open: it must not inherit it.
     writeFile("/sbx/record_fds", "");
-    ASSERT_EQ(0, ctrl->execNtp());
+    EXPECT_EQ(0, ctrl->execNtp());
     unlink("/sbx/record_fds");
     EXPECT_EQ(std::string::npos, krv_test::shimCalls().back().find("{socket:"))
         << krv_test::shimCalls().back();
