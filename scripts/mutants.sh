@@ -5,7 +5,10 @@
 # dropped term, a swapped offset, a missing call, an inverted test), written as
 #   name @@ file under device/krv_ctrl (or a path from there) @@ text to find @@ text to put in its place
 # with ¶ standing for a line break. The text to find must occur exactly once in its file, so a
-# mutant still applies after unrelated edits; one that does not is reported as stale.
+# mutant still applies after unrelated edits; one that does not is reported as stale. A fault that
+# only another build shows (a symbol the panel SDK's libstdc++ lacks, say) is judged by a command
+# instead of the suite, written after a further " @@ ": a shell command run from the copied tree
+# with MUTANTS_DIR set to DIR; the mutant is killed when the command fails.
 #
 # The tree is copied to DIR (default /tmp/krv-mutants, never inside the tree) and built there
 # once; then each mutant (or only those named) is applied alone, rebuilt incrementally and run
@@ -71,7 +74,8 @@ killed=0 survived= stale= broken= total=0
 while IFS= read -r line; do
     name=${line%% @@ *} rest=${line#* @@ }
     file=$src/device/krv_ctrl/${rest%% @@ *} rest=${rest#* @@ }
-    find=${rest%% @@ *} put=${rest#* @@ }
+    find=${rest%% @@ *} put=${rest#* @@ } judge=
+    case $put in *" @@ "*) judge=${put#* @@ } put=${put%% @@ *} ;; esac
     if [ $# -gt 0 ] && ! printf '%s\n' "$@" | grep -qxF "$name"; then
         continue
     fi
@@ -93,6 +97,14 @@ while IFS= read -r line; do
     if ! cmake --build "$build" -j2 >"$logs/$name.build" 2>&1; then
         broken="$broken $name"
         result=broken
+    elif [ -n "$judge" ]; then
+        if (cd "$src" && MUTANTS_DIR=$dir sh -c "$judge") >"$logs/$name.test" 2>&1; then
+            survived="$survived $name"
+            result=SURVIVED
+        else
+            killed=$((killed + 1))
+            result="killed by its command ($(grep -m 1 '^FAIL' "$logs/$name.test" || echo failed))"
+        fi
     elif ctest --test-dir "$build" -j2 --stop-on-failure >"$logs/$name.test" 2>&1; then
         survived="$survived $name"
         result=SURVIVED
@@ -254,8 +266,12 @@ ntpserver-status-failure-positive @@ DevIOCtrl.cpp @@ items[kNtpServerCount], 0)
 # What the engineers' docs show (killed by docs_sessions at least)
 pwd-command-refreshes @@ DevIOCtrl.cpp @@     if (keyword.CompareNoCase(DEV_MOD_VNC_PWD) == 0)¶        return reported(modVncPwd(data, arguments)); @@     if (keyword.CompareNoCase(DEV_MOD_VNC_PWD) == 0) {¶        if (bas != nullptr)¶            bas->m_refreshDone = 0;¶        return reported(modVncPwd(data, arguments));¶    }
 planted-capture-name-bad-value @@ devliunxsys_log.cpp @@     if (capture < 0)¶        return -3; @@     if (capture < 0)¶        return -4;
-# The symbol-version ceiling of the panel bundle's ABI check
+# The ABI check: the symbol-version ceiling, and waits that follow the monotonic clock
 abi-ceiling-compared-as-text @@ ../../scripts/check-abi.sh @@ (!(k in limit) || newer(number(v), limit[k])) @@ (!(k in limit) || number(v) > limit[k])
+abi-wall-clock-wait-passes @@ ../../scripts/check-abi.sh @@ [ $wait = pthread_cond_timedwait ] && imports pthread_condattr_setclock; @@ [ $wait = pthread_cond_timedwait ];
+pause-clock-never-set @@ ntp/WorkerPause.cpp @@     pthread_condattr_setclock(&attr, kPauseClock);¶ @@ ¶
+# A symbol newer than the oldest panels' C++ runtime, seen only by the panel SDK's build
+slice-by-substr @@ util/Text.h @@     if (pos >= text.size())¶        return std::string();¶    const std::string::size_type left = text.size() - pos;¶    return std::string(text.data() + pos, count < left ? count : left); @@     return text.substr(pos, count); @@ scripts/test-panel-sdk.sh --driver-only "${KRV_ARMEL_SDK:-/opt/krv-armel-sdk}" "${KRV_QT4_ARMEL:-${KRV_ARMEL_SDK:-/opt/krv-armel-sdk}/qt4}" "$MUTANTS_DIR/panel-sdk"
 # krv-panel-check: the driver's rules applied to a panel, one cause giving one FAIL, nothing changed
 check-resolver-tab-accepted @@ ../../tools/panel-check/Rules.cpp @@ line.size() <= 10 || line[10] != ' ') { @@ line.size() <= 10 || (line[10] != ' ' && line[10] != '\t')) {
 check-resolver-comment-cut @@ ../../tools/panel-check/Rules.cpp @@ trimmed(std::string(line, valueStart)) @@ trimmed(std::string(line, valueStart, hash - valueStart))

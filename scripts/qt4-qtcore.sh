@@ -6,17 +6,30 @@
 #   - a .tar.xz of the same tree with everything under one top directory (what `git archive
 #     --prefix=qt-4.8/` gives), checked against SOURCE.sha256 when that file sits beside it.
 # Nothing of it is copied into this repository. About 10 minutes on 2 cores.
-#   usage: scripts/qt4-qtcore.sh SOURCE PREFIX [host|armel]
+#   usage: scripts/qt4-qtcore.sh SOURCE PREFIX [host|armel [SDK]]
 #     host   this machine, its own compiler
 #     armel  ARMv5TE soft-float with arm-linux-gnueabi-g++ (scripts/armel-deps.sh) and the
 #            pre-C++11 std::string layout, as on a panel
+#     SDK    for armel: the compiler and C library of an SDK made by scripts/armel-sdk.sh
+#            instead of ours, so that the prefix also loads on the SDK's older C library. QtCore
+#            is built without STL conversions: no std::string in its interface, so one prefix
+#            serves drivers of either string layout.
 # GCC 12 builds Qt 4's own code only as C++98; code that includes its headers may be C++11 or later.
 set -eu
-usage="usage: qt4-qtcore.sh SOURCE PREFIX [host|armel]"
+usage="usage: qt4-qtcore.sh SOURCE PREFIX [host|armel [SDK]]"
 source=${1:?$usage}
 prefix=${2:?$usage}
 target=${3:-host}
 case $target in host|armel) ;; *) echo "target must be host or armel" >&2; exit 2;; esac
+tools=arm-linux-gnueabi-
+sysroot=""
+if [ -n "${4:-}" ]; then
+    [ "$target" = armel ] || { echo "an SDK is for the armel target" >&2; exit 2; }
+    sdk=$(cd "$4" && pwd)
+    tools=$sdk/bin/arm-linux-gnueabi-
+    sysroot=--sysroot=$sdk/sysroot
+    [ -x "${tools}g++" ] || { echo "$sdk holds no bin/arm-linux-gnueabi-g++" >&2; exit 2; }
+fi
 for p in perl make zlib1g-dev; do
     dpkg -s "$p" >/dev/null 2>&1 || apt-get install -y -qq "$p" >/dev/null
 done
@@ -59,15 +72,16 @@ QMAKE_INCREMENTAL_STYLE = sublib
 include(../common/linux.conf)
 include(../common/gcc-base-unix.conf)
 include(../common/g++-unix.conf)
-QMAKE_CC                = arm-linux-gnueabi-gcc
-QMAKE_CXX               = arm-linux-gnueabi-g++
-QMAKE_LINK              = arm-linux-gnueabi-g++
-QMAKE_LINK_SHLIB        = arm-linux-gnueabi-g++
-QMAKE_AR                = arm-linux-gnueabi-ar cqs
-QMAKE_OBJCOPY           = arm-linux-gnueabi-objcopy
-QMAKE_STRIP             = arm-linux-gnueabi-strip
-QMAKE_CFLAGS            += -march=armv5te -mfloat-abi=soft
-QMAKE_CXXFLAGS          += -march=armv5te -mfloat-abi=soft $cxx98 -D_GLIBCXX_USE_CXX11_ABI=0
+QMAKE_CC                = ${tools}gcc
+QMAKE_CXX               = ${tools}g++
+QMAKE_LINK              = ${tools}g++
+QMAKE_LINK_SHLIB        = ${tools}g++
+QMAKE_AR                = ${tools}ar cqs
+QMAKE_OBJCOPY           = ${tools}objcopy
+QMAKE_STRIP             = ${tools}strip
+QMAKE_CFLAGS            += -march=armv5te -mfloat-abi=soft $sysroot
+QMAKE_CXXFLAGS          += -march=armv5te -mfloat-abi=soft $sysroot $cxx98 -D_GLIBCXX_USE_CXX11_ABI=0
+QMAKE_LFLAGS            += $sysroot
 load(qt_config)
 CONF
     cross="-xplatform linux-armel-g++ -arch arm"

@@ -363,8 +363,10 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
         EXPECT_EQ("2040-01-01 00:00:00", lastSet());
     } else {
         EXPECT_EQ(-10, ctrl->execNtp());
-        EXPECT_TRUE(sim::journal("rtc").empty() && krv_test::shimCalls().empty());
+        EXPECT_TRUE(sim::journal("rtc").empty());
+        EXPECT_EQ(std::string::npos, ::testing::PrintToString(krv_test::shimCalls()).find("date"));
     }
+    server.setTimes(t4, t4, t4);
     sim::setRtcResult(-1);  // the date command has run, but the RTC refused
     EXPECT_EQ(-10, ctrl->execNtp());
     sim::setRtcResult(0);
@@ -373,7 +375,7 @@ TEST(NtpExchange, RequestOffsetsMessagesAndWaits) {
     g_rtcThrows = false;
     // The date command runs while the socket is open: it must not inherit it.
     writeFile("/sbx/record_fds", "");
-    ASSERT_EQ(0, ctrl->execNtp());
+    EXPECT_EQ(0, ctrl->execNtp());
     unlink("/sbx/record_fds");
     EXPECT_EQ(std::string::npos, krv_test::shimCalls().back().find("{socket:"))
         << krv_test::shimCalls().back();

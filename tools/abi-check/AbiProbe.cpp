@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -83,29 +82,34 @@ void checkFreshDevice(DeviceCtrl* dev, void* rtdb) {
 
 void checkSlots(DeviceCtrl* dev) {
     static const int flags[12] = {};
-    double value = 1.0;
+    static double value = 1.0;
+    // Plain function pointers, not std::function: the programs built on this go into the panel
+    // bundles and need no newer C++ runtime than the driver.
     const struct {
         const char* what;
-        std::function<int()> call;
+        int (*call)(DeviceCtrl*);
         int expected;
     } cases[] = {
-        {"slot 7 SetChannelAddress", [&] { return dev->SetChannelAddress(3, 4); }, 0},
-        {"slot 6 ChannelRefChange, count 0", [&] { return dev->ChannelRefChange(flags, 0); },
+        {"slot 7 SetChannelAddress", [](DeviceCtrl* d) { return d->SetChannelAddress(3, 4); }, 0},
+        {"slot 6 ChannelRefChange, count 0",
+         [](DeviceCtrl* d) { return d->ChannelRefChange(flags, 0); }, kBadArgument},
+        {"slot 6 ChannelRefChange, no flags",
+         [](DeviceCtrl* d) { return d->ChannelRefChange(nullptr, 4); }, kBadArgument},
+        {"slot 3 DevIOCtrl, no command", [](DeviceCtrl* d) { return d->DevIOCtrl(nullptr); },
          kBadArgument},
-        {"slot 6 ChannelRefChange, no flags", [&] { return dev->ChannelRefChange(nullptr, 4); },
-         kBadArgument},
-        {"slot 3 DevIOCtrl, no command", [&] { return dev->DevIOCtrl(nullptr); }, kBadArgument},
-        {"slot 4 WriteChannel, channel -1", [&] { return dev->WriteChannel(-1, 2, &value); },
-         kBadArgument},
-        {"slot 4 WriteChannel, no value", [&] { return dev->WriteChannel(0, 2, nullptr); },
-         kBadArgument},
-        {"slot 5 UpdataCommunication, none", [&] { return dev->UpdataCommunication(nullptr); },
-         kBadArgument},
-        {"slot 2 CollectDevData, no flags", [&] { return dev->CollectDevData(nullptr, 5); }, 0},
-        {"slot 1 CleanupDevice before InitDevice", [&] { return dev->CleanupDevice(); }, 0},
+        {"slot 4 WriteChannel, channel -1",
+         [](DeviceCtrl* d) { return d->WriteChannel(-1, 2, &value); }, kBadArgument},
+        {"slot 4 WriteChannel, no value",
+         [](DeviceCtrl* d) { return d->WriteChannel(0, 2, nullptr); }, kBadArgument},
+        {"slot 5 UpdataCommunication, none",
+         [](DeviceCtrl* d) { return d->UpdataCommunication(nullptr); }, kBadArgument},
+        {"slot 2 CollectDevData, no flags",
+         [](DeviceCtrl* d) { return d->CollectDevData(nullptr, 5); }, 0},
+        {"slot 1 CleanupDevice before InitDevice", [](DeviceCtrl* d) { return d->CleanupDevice(); },
+         0},
     };
     for (const auto& c : cases) {
-        const int got = c.call();
+        const int got = c.call(dev);
         check(got == c.expected, std::string(c.what) + " -> " + decimal(got));
     }
 
