@@ -233,7 +233,7 @@ settings-mode-not-kept @@ util/SettingsFile.cpp @@  || ::fchmod(fd, m_before.mod
 system-sync-before-settings-sync @@ util/SettingsFile.cpp @@     State s(path);¶    const std::string file = resolved(s.path); @@     State s(path);¶    ::sync();¶    const std::string file = resolved(s.path);
 settings-foreign-files-removed @@ util/SettingsFile.cpp @@     const std::string prefix = base + kNewMark;¶    if (std::strncmp(name, prefix.c_str(), prefix.size()) != 0)¶        return false; @@     const std::string prefix = base + ".";¶    if (std::strncmp(name, prefix.c_str(), prefix.size()) == 0)¶        return true;
 settings-live-writer-removed @@ util/SettingsFile.cpp @@ return pid == ::getpid() || (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH); @@ return true;
-lock-wait-ends-on-signal @@ util/File.cpp @@     while (result != 0 && errno == EINTR); @@     while (false);
+lock-wait-ends-on-signal @@ util/File.cpp @@ while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) { @@ if (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
 
 # What the driver costs and leaves behind: descriptors, the NTP worker's rhythm
 lock-refused-fd-leaked @@ util/File.cpp @@ !S_ISREG(st.st_mode))) {¶        ::close(m_fd);¶ @@ !S_ISREG(st.st_mode))) {¶

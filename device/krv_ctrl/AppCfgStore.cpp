@@ -89,13 +89,12 @@ QString AppCfgStore::configDirectory() {
 
 int AppCfgStore::read(const QString& key, QString& value) {
     KRVCTRL::FileLocker hold(m_lock);
-    return hold.held() ? IniOperator::FileIniReadValue(m_filePath, kSection, key, value, "") : 0;
+    return IniOperator::FileIniReadValue(m_filePath, kSection, key, value, "");
 }
 
-// Without the lock nothing is written, as when the lock file cannot be opened.
 int AppCfgStore::write(const QString& key, const QString& value) {
     KRVCTRL::FileLocker hold(m_lock);
-    return hold.held() ? IniOperator::FileIniWriteValue(m_filePath, kSection, key, value) : 0;
+    return IniOperator::FileIniWriteValue(m_filePath, kSection, key, value);
 }
 
 int AppCfgStore::writeSetting(DEV_CHNLNAME channel, int value) {

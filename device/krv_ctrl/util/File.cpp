@@ -106,21 +106,20 @@ FileLock::~FileLock() {
     delete m_file;
 }
 
-FileLocker::FileLocker(FileLock& lock) : m_lock(lock), m_held(false) {
+FileLocker::FileLocker(FileLock& lock) : m_lock(lock) {
     const int fd = m_lock.file().descriptor();
     if (fd < 0)
         return;
     // A signal caught while waiting (Qt 4's SIGCHLD handler, for one, has no SA_RESTART) ends
-    // the wait early: waiting again is the only way the guarded access keeps its lock.
-    int result;
-    do
-        result = ::flock(fd, LOCK_EX);
-    while (result != 0 && errno == EINTR);
-    m_held = result == 0;
+    // the wait early: waiting again is the only way the guarded access keeps its lock. Any
+    // other failure (the kernel out of lock records) is ignored, as the lock protocol has it:
+    // the access goes ahead.
+    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    }
 }
 
 FileLocker::~FileLocker() {
-    if (m_held)
+    if (m_lock.file().descriptor() >= 0)
         (void)::flock(m_lock.file().descriptor(), LOCK_UN);
 }
 

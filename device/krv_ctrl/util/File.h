@@ -52,13 +52,8 @@ public:
     FileLocker(const FileLocker&) = delete;
     FileLocker& operator=(const FileLocker&) = delete;
 
-    // False when the lock could not be had (no open lock file, or the kernel refused it): the
-    // guarded access must not go ahead.
-    bool held() const { return m_held; }
-
 private:
     FileLock& m_lock;
-    bool m_held;
 };
 
 }  // namespace KRVCTRL
