@@ -19,7 +19,7 @@ asan)
     # detect_leaks: LeakSanitizer runs at exit of every test program (it works inside the
     # sandbox's user namespace). The driver stays mapped until exit, so its frames symbolize.
     export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
-    export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+    export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:suppressions=$supp/ubsan.supp"
     export LSAN_OPTIONS="suppressions=$supp/lsan.supp:print_suppressions=0"
     ;;
 tsan)
