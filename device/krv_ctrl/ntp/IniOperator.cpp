@@ -3,7 +3,6 @@
 #include "SettingsFile.h"
 
 #include <QSettings>
-#include <memory>
 
 namespace {
 // Built in one allocation: every INI read and write of the driver passes here.
@@ -37,8 +36,8 @@ int IniOperator::FileIniReadValue(QString file, QString group, QString key, QStr
     if (file.isEmpty() || group.isEmpty() || key.isEmpty())
         return 0;
     KRVCTRL::SettingsFile guard(file);
-    std::unique_ptr<QSettings> settings(new QSettings(file, QSettings::IniFormat));
-    settings->setIniCodec("UTF-8");
-    value = settings->value(keyPath(group, key), defaultValue).toString();
+    QSettings settings(file, QSettings::IniFormat);
+    settings.setIniCodec("UTF-8");
+    value = settings.value(keyPath(group, key), defaultValue).toString();
     return 1;
 }
